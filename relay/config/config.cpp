@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <relay/config/config.h>
+
+#include <unistd.h>
+
+#include <array>
+
+#include <ardv/key_value_file.h>
+
+#include <relay/common/deployment.h>
+#include <relay/daemon/log.h>
+#include <relay/utils/json_text.h>
+
+RELAY_LOG_SOURCE("config.cpp");
+
+namespace ARDV::Relay {
+
+namespace {
+
+constexpr const char kDeviceSettings[] = "/etc/ardvinfo.conf";
+constexpr std::size_t kTimeZoneSize = 256;
+
+bool IsDeviceSetting(const char* key, const char* value) {
+    return ALIBCFileCheckKeyValue(kDeviceSettings, key, value, 0) == 1;
+}
+
+bool IsAccountUnified() {
+    return IsDeviceSetting("kova_unified", "yes");
+}
+
+ServerConf DefaultServer(const char* protocol, std::int32_t port) {
+    ServerConf server(nullptr, nullptr);
+    server.SetHost(Deployment::kGlobalControlHost);
+    server.SetProtocol(protocol);
+    server.SetPort(port);
+    return server;
+}
+
+void MergePart(const Json::Value& value, const char* key, Config& part) {
+    if (const auto* member = JsonText::Member(value, key)) {
+        part.Overwrite(*member);
+    }
+}
+
+}  // namespace
+
+RelaydConf::RelaydConf(const char* path)
+    : serverGlobal_(DefaultServer("https", 443)),
+      serverControl_(DefaultServer("https", 443)),
+      serverWaitCmd_(DefaultServer("http", 80)),
+      auth_(false),
+      logLevel_(LOG_WARNING) {
+    if (path) {
+        configFile_ = path;
+        ReadConfigFile(path);
+    }
+    if (IsDeviceSetting("kern_log_max", "yes") && logLevel_ < LOG_DEBUG) {
+        logLevel_ = LOG_DEBUG;
+    }
+}
+
+RelaydConf::~RelaydConf() = default;
+
+bool RelaydConf::Overwrite(const Json::Value& value) {
+    if (!value.isObject()) {
+        return false;
+    }
+    JsonText::Take(value, "serverID", serverId_);
+    JsonText::Take(value, "log_level", logLevel_);
+    JsonText::Take(value, "log_file", logFile_);
+    if (const auto* tethra = JsonText::Member(value, "tethra")) {
+        JsonText::Take(*tethra, "enabled", tethraEnabled_);
+    }
+    JsonText::Take(value, "disable_holepunch", disableHolepunch_);
+    MergePart(value, "server_global", serverGlobal_);
+    MergePart(value, "server_control", serverControl_);
+    MergePart(value, "server_waitcmd", serverWaitCmd_);
+    MergePart(value, "server_alias", serverAlias_);
+    MergePart(value, "support_channel", supportChannel_);
+    MergePart(value, "server_smartdns", serverSmartDns_);
+    if (!IsAccountUnified()) {
+        MergePart(value, "server_kova", serverKova_);
+    }
+    if (const auto* services = JsonText::Member(value, "service"); services && services->isArray()) {
+        services_ = *services;
+    }
+    return true;
+}
+
+bool RelaydConf::IsValid() const {
+    const struct {
+        const Config& part;
+        const char* name;
+    } parts[] = {
+        {serverGlobal_, "global"},   {serverControl_, "control"}, {serverWaitCmd_, "wait cmd"},
+        {serverAlias_, "alias cmd"}, {serverKova_, "kova cmd"},   {serverSmartDns_, "smartdns"},
+    };
+    for (const auto& [part, name] : parts) {
+        if (!part.IsValid()) {
+            RELAY_LOG(LOG_ERR, "wrong %s server config", name);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool RelaydConf::Write(Json::Value& value, bool full) const {
+    serverGlobal_.Write(JsonText::EnsureObject(value)["server_global"], full);
+    serverControl_.Write(value["server_control"], full);
+    serverWaitCmd_.Write(value["server_waitcmd"], full);
+    serverAlias_.Write(value["server_alias"], true);
+    supportChannel_.Write(value["support_channel"], full);
+    serverSmartDns_.Write(value["server_smartdns"], full);
+    JsonText::EnsureObject(value["tethra"])["enabled"] = tethraEnabled_;
+    if (!IsAccountUnified()) {
+        serverKova_.Write(value["server_kova"], true);
+    }
+    if (!serverId_.empty()) {
+        value["serverID"] = serverId_;
+    }
+    value["service"] = services_;
+    value["log_level"] = logLevel_;
+    value["log_file"] = logFile_;
+    value["disable_holepunch"] = disableHolepunch_;
+    if (full) {
+        value["enable"] = enable_;
+        value["debug"] = debug_;
+        value["pid"] = getpid();
+    }
+    return true;
+}
+
+std::string RelaydConf::GetTimeZone() {
+    std::array<char, kTimeZoneSize> timezone = {};
+    const int found = ALIBCFileGetKeyValue(kDeviceSettings, "timezone", timezone.data(), timezone.size(), 0);
+    return found > 0 ? timezone.data() : std::string();
+}
+
+void RelaydConf::DumpDataForAliasReq(Json::Value& value) {
+    serverAlias_.Write(value, false);
+    if (!auth_.HasCredentials()) {
+        auth_.ReadConf();
+    }
+    auth_.Write(value, true);
+    value["id"] = serverId_;
+}
+
+bool RelaydConf::SetEnableConf(bool enabled) {
+    tethraEnabled_ = enabled;
+    return true;
+}
+
+}  // namespace ARDV::Relay

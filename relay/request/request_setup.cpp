@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <relay/request/request.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <new>
+
+#include <ardv/user_agent.h>
+
+#include <relay/daemon/log.h>
+#include <relay/request/curl_option.h>
+#include <relay/utils/json_text.h>
+
+RELAY_LOG_SOURCE("request.cpp");
+
+namespace ARDV::Relay {
+
+namespace {
+
+constexpr std::size_t kUserAgentSize = 1024;
+constexpr std::string_view kHttps = "https://";
+
+constexpr Curl::NumberOption kTransferOptions[] = {
+    {CURLOPT_CONNECTTIMEOUT, "CURLOPT_CONNECTTIMEOUT", 20},
+    {CURLOPT_TIMEOUT, "CURLOPT_TIMEOUT", 60},
+    {CURLOPT_FORBID_REUSE, "CURLOPT_FORBID_REUSE", 1},
+};
+
+constexpr Curl::NumberOption kTlsOptions[] = {
+    {CURLOPT_SSL_VERIFYPEER, "CURLOPT_SSL_VERIFYPEER", 1},
+    {CURLOPT_SSL_VERIFYHOST, "CURLOPT_SSL_VERIFYHOST", 2},
+};
+
+// An exception must not travel through libcurl's C frames: what cannot be kept is refused, which ends the transfer.
+std::size_t Receive(char* bytes, std::size_t size, std::size_t count, void* target) noexcept {
+    auto& body = *static_cast<std::string*>(target);
+    if (size != 0 && count > Request::kMaxResponseSize / size) {
+        return 0;
+    }
+    const std::size_t length = size * count;
+    if (length > Request::kMaxResponseSize - body.size()) {
+        return 0;
+    }
+    try {
+        body.append(bytes, length);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return length;
+}
+
+bool HasReadableBundle() {
+    const auto* version = curl_version_info(CURLVERSION_NOW);
+    return version && version->age >= CURLVERSION_SEVENTH && version->cainfo && access(version->cainfo, R_OK) == 0;
+}
+
+}  // namespace
+
+void Curl::LogRefused(const char* name, const std::source_location& where) {
+    RELAY_LOG_AT(static_cast<int>(where.line()), LOG_ERR, "set %sto curl handle failed", name);
+}
+
+bool Request::Set(const std::string& url, const std::string& data, bool post) {
+    if (url.empty()) {
+        handle_.reset();
+        return false;
+    }
+    url_ = url;
+    if (!PrepareHandle() || !SetUp(data, post)) {
+        handle_.reset();
+        return false;
+    }
+    return true;
+}
+
+bool Request::Set(const std::string& url, const Json::Value& data, bool post) {
+    return Set(url, JsonText::Compact(data), post);
+}
+
+bool Request::PrepareHandle() {
+    if (handle_) {
+        curl_easy_reset(handle_.get());
+    } else {
+        handle_.reset(curl_easy_init());
+    }
+    return handle_ != nullptr;
+}
+
+bool Request::SetUp(const std::string& data, bool post) {
+    CURL* const handle = handle_.get();
+    CURLSH* const share = GetCurlShare(false);
+    if (!share || !Curl::SetOption(handle, CURLOPT_SHARE, "CURLOPT_SHARE", share) ||
+        !Curl::SetOption(handle, CURLOPT_COOKIEFILE, "CURLOPT_COOKIEFILE", "")) {
+        return false;
+    }
+    if (!InitSend()) {
+        RELAY_LOG(LOG_ERR, "init send failed");
+        return false;
+    }
+    if (!Curl::SetOption(handle, CURLOPT_URL, "CURLOPT_URL", url_.c_str())) {
+        return false;
+    }
+    SetData(data, post);
+    std::memset(errorBuffer_, 0, sizeof errorBuffer_);
+    return SetUserAgent() && Curl::SetOptions(handle, kTransferOptions) &&
+           Curl::SetOption(handle, CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", &Receive) &&
+           Curl::SetOption(handle, CURLOPT_ERRORBUFFER, "CURLOPT_ERRORBUFFER", &errorBuffer_[0]) && SetTlsOptions() &&
+           (_strCookie.empty() || Curl::SetOption(handle, CURLOPT_COOKIE, "CURLOPT_COOKIE", _strCookie.c_str()));
+}
+
+bool Request::SetUserAgent() {
+    std::array<char, kUserAgentSize> userAgent = {};
+    ALIBHsinfoUserAgentGet("Tethra", userAgent.data(), userAgent.size(), 0);
+    return Curl::SetOption(handle_.get(), CURLOPT_USERAGENT, "CURLOPT_USERAGENT", userAgent.data());
+}
+
+bool Request::SetTlsOptions() {
+    if (url_.compare(0, kHttps.size(), kHttps) != 0) {
+        return true;
+    }
+    if (!Curl::SetOptions(handle_.get(), kTlsOptions)) {
+        return false;
+    }
+    if (HasReadableBundle()) {
+        // libcurl keeps the parsed bundle from one connection to the next only while no CA directory is set beside it.
+        // A refusal costs time and no safety.
+        curl_easy_setopt(handle_.get(), CURLOPT_CAPATH, nullptr);
+    }
+    return true;
+}
+
+bool Request::SetData(const std::string& data, bool post) {
+    if (!IsValid()) {
+        return false;
+    }
+    data_ = data;
+    if (post && !data_.empty()) {
+        return Curl::SetOption(handle_.get(), CURLOPT_URL, "CURLOPT_URL", url_.c_str()) && SetBody(data_);
+    }
+    // Takes away the body of an earlier POST, and with it the method.
+    curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, nullptr);
+    curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
+    const std::string target = post ? url_ : url_ + "?" + data_;
+    return Curl::SetOption(handle_.get(), CURLOPT_URL, "CURLOPT_URL", target.c_str());
+}
+
+bool Request::SetData(const Json::Value& data, bool post) {
+    return SetData(JsonText::Compact(data), post);
+}
+
+// libcurl gets a copy of its own, so that no handle and no duplicate of one ever points into a text that is gone. The
+// size must be set first: a duplicate of a handle with a copied body of unknown size fails.
+bool Request::SetBody(const std::string& data) {
+    const auto size = static_cast<long>(std::strlen(data.c_str()));
+    return Curl::SetOption(handle_.get(), CURLOPT_POSTFIELDSIZE, "CURLOPT_POSTFIELDS", size) &&
+           Curl::SetOption(handle_.get(), CURLOPT_COPYPOSTFIELDS, "CURLOPT_POSTFIELDS", data.c_str());
+}
+
+bool Request::SetResolveIPv6() {
+    return Curl::SetOption(handle_.get(), CURLOPT_IPRESOLVE, "CURLOPT_IPRESOLVE", long{CURL_IPRESOLVE_V6});
+}
+
+bool Request::SetTcpKeepAlive(int seconds) {
+    const Curl::NumberOption options[] = {
+        {CURLOPT_TCP_KEEPALIVE, "CURLOPT_TCP_KEEPALIVE", 1},
+        {CURLOPT_TCP_KEEPIDLE, "CURLOPT_TCP_KEEPIDLE", seconds},
+        {CURLOPT_TCP_KEEPINTVL, "CURLOPT_TCP_KEEPINTVL", seconds},
+        {CURLOPT_TIMEOUT, "CURLOPT_TIMEOUT", 0},
+    };
+    Curl::SetOptions(handle_.get(), options);
+    return true;
+}
+
+bool Request::SetConnectionTimeout(long seconds) {
+    return Curl::SetOption(handle_.get(), CURLOPT_CONNECTTIMEOUT, "CURLOPT_CONNECTTIMEOUT", seconds);
+}
+
+}  // namespace ARDV::Relay

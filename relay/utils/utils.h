@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * Small system utilities. None keeps state. Each failure is logged once, at level 3 under the source name "utils.cpp"
+ * and a fixed message number, and becomes the result; nothing throws for an I/O failure.
+ */
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <relay/common/export.h>
+
+namespace ARDV::Relay::Utils {
+
+/**
+ * Puts a finished file in the place of another: sets its mode to 0644, renames it and flushes its folder to the disk.
+ * `source` is gone afterwards in every case; on failure `target` is as it was.
+ *
+ * @return 0 if renamed; else the result of removing `source`: 0, or -1 if even that failed
+ */
+ARDVRELAYD_API int RenameFile(const char* source, const char* target);
+
+/**
+ * Quarantine: moves a damaged file out of the way, to `path` + ".bad", mode 0644, in the place of an earlier one. A
+ * file that cannot be moved is deleted.
+ */
+ARDVRELAYD_API void RenameBadFile(const char* path);
+
+/**
+ * Replaces a file atomically: a reader sees the old content or the new one. The content goes to `path` + ".tmp." +
+ * process id, is flushed to the disk, and takes the place of `path` by `RenameFile`, with mode 0644 whatever the old
+ * file's mode was. Two threads of one process must not write one path at the same time.
+ *
+ * @return false if the temporary file could not be opened or written (it is then left behind as far as it came); `path`
+ * is untouched then. True once the content is on the disk and the rename was tried.
+ */
+ARDVRELAYD_API bool WriteFile(const std::string& path, const std::string& content);
+
+/** A random number from the kernel ("/dev/urandom"). 0 after a failure, which cannot be told from a drawn 0. */
+ARDVRELAYD_API std::uint32_t Random();
+
+/**
+ * MD5 of `count` bytes at `data` (RFC 1321) as 32 lower-case hexadecimal digits. An identifier, not a protection. Empty
+ * if the cryptographic library refuses MD5.
+ */
+ARDVRELAYD_API std::string GetMD5Hex(const void* data, std::size_t count);
+
+/** The device identifier made of a text: the MD5 of its bytes up to the first NUL byte. An empty text has one, too. */
+ARDVRELAYD_API std::string GetNuid(const std::string& text);
+
+/** Whether "tethra_enable_failover" is "true" in "/etc/ardvinfo.conf". */
+ARDVRELAYD_API bool IsFailoverEnable();
+
+}  // namespace ARDV::Relay::Utils
