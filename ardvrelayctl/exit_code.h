@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <relay/common/vocabulary.h>
+
+namespace ardv::ctl {
+
+/** What the tool's exit codes mean. Up to 4 they follow the retry class of an alias result; the others are those of
+ * sysexits.h. */
+enum ExitCode : int {
+    kExitSuccess = 0,
+    kExitResolve = 1,      ///< the server's name did not resolve
+    kExitLater = 2,        ///< may succeed by itself later
+    kExitUser = 3,         ///< stays as it is until somebody changes something
+    kExitNothing = 4,      ///< no alias is set, or nothing is recorded for it
+    kExitUsage = 64,       ///< wrong use of the tool
+    kExitCantCreate = 73,  ///< a file could not be written
+    kExitConfig = 78       ///< configuration or identity of the device cannot be used
+};
+
+/** The exit code of an alias result. */
+ExitCode ExitCodeOf(ARDV::Relay::ALIAS_RET ret);
+
+/** The table of exit codes, as the help shows it. */
+std::string ExitCodeHelp();
+
+}  // namespace ardv::ctl
