@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace ardv::test {
+
+/** The file's content; empty if there is none. */
+std::string ReadText(const std::string& path);
+
+/** Replaces the file, making its folders. */
+void WriteText(const std::string& path, const std::string& text);
+
+/** The file's permission bits. */
+mode_t ModeOf(const std::string& path);
+
+/** Gives the device an identity, model and time zone: what a device comes with. */
+void MakeDevice();
+
+}  // namespace ardv::test
