@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: Apache-2.0
+# Installation: both libraries, their public headers below include/ardvrelayd, the tool, a CMake package and pkg-config files.
+if(ARDV_PLATFORM STREQUAL "linux")
+  set(ARDV_INSTALLED_TARGETS ardvrelayd ardvplatform ardv_platform_headers)
+else()
+  set(ARDV_INSTALLED_TARGETS ardvrelayd)
+endif()
+
+install(TARGETS ${ARDV_INSTALLED_TARGETS} EXPORT ardvrelayd-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS ardvrelayctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd/${folder})
+endforeach()
+install(DIRECTORY platform/include/ardv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT ardvrelayd-targets NAMESPACE ardvrelayd:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ardvrelayd)
+configure_package_config_file(cmake/ardvrelayd-config.cmake.in ardvrelayd-config.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ardvrelayd)
+write_basic_package_version_file(ardvrelayd-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd-config.cmake ${PROJECT_BINARY_DIR}/ardvrelayd-config-version.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ardvrelayd)
+
+# Relative, so that an installed copy may stand anywhere.
+file(RELATIVE_PATH ARDV_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" ARDV_PC_TO_PREFIX ${ARDV_PC_TO_PREFIX})
+configure_file(cmake/ardvrelayd.pc.in ardvrelayd.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(ARDV_PLATFORM STREQUAL "linux")
+  configure_file(cmake/ardvplatform.pc.in ardvplatform.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/ardvplatform.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()

@@ -1,0 +1,40 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file
+ * The library for programs in C. Everything is read from "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf"; nothing throws.
+ */
+#pragma once
+
+#include <stddef.h>
+
+#include <relay/common/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * The device's server identifier, and whether a service is offered through the relay.
+ *
+ * @param service identifier of a service, or null to ask for the server identifier alone
+ * @param buffer takes the server identifier, cut to `size` - 1 bytes and always terminated; may be null. Empty where
+ * there is none; filled also where the result is 0 because the service is not offered.
+ * @param size size of `buffer` in bytes
+ * @return 1 if there is a server identifier and the service, if one is named, is offered; 0 if not; -1 if the
+ * configuration cannot be read
+ */
+ARDVRELAYD_API int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size);
+
+/**
+ * The portal domain of the service: of a global control host "label.tethra.zz", the text "tethra.zz".
+ *
+ * @param buffer takes the domain, cut to `size` - 1 bytes and terminated; untouched on failure
+ * @param size size of `buffer` in bytes
+ * @return 0; -1, with a message of priority 3 in the system's log, if the host is none of the service's (none longer
+ * than 1,024 bytes is); -1 also for a null buffer
+ */
+ARDVRELAYD_API int ALIBRelaydGetPortalDomain(char* buffer, size_t size);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <relay/common/ardvrelayd.h>
+
+#include <cstdio>
+#include <optional>
+#include <regex>
+#include <string>
+
+#include <relay/config/config.h>
+#include <relay/daemon/log.h>
+#include <relay/utils/json_text.h>
+
+RELAY_LOG_SOURCE("cutil.cpp");
+
+namespace {
+
+using namespace ARDV::Relay;
+
+constexpr const char kConfigFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
+constexpr std::size_t kMaxHostLength =
+    1024;                            // four times what DNS allows; the expression's matcher recurses for each byte
+constexpr std::size_t kMatches = 2;  // the whole and its one group
+
+Json::Value ReadConfiguration() {
+    Json::Value configuration;
+    if (!RelaydConf::ReadJsonFile(kConfigFile, configuration)) {
+        RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", kConfigFile);
+    }
+    return configuration;
+}
+
+bool Offers(const Json::Value& configuration, const std::string& service) {
+    const auto* services = JsonText::Member(configuration, "service");
+    if (!services || !services->isArray()) {
+        return false;
+    }
+    for (const auto& offered : *services) {
+        if (JsonText::StringMember(offered, "id").value_or("") == service) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int CopyPortalDomain(const std::string& host, char* buffer, std::size_t size) {
+    const std::regex expression("^.+\\.(tethra\\.[a-zA-Z0-9]+)$");
+    std::smatch match;
+    if (host.size() > kMaxHostLength || !std::regex_match(host, match, expression)) {
+        syslog(LOG_ERR, "%s:%d Failed to parse control domain: %s", kRelayLogSource, __LINE__, host.c_str());
+        return -1;
+    }
+    if (match.size() != kMatches) {
+        syslog(LOG_ERR, "%s:%d Number of matches is incorrect: %zu", kRelayLogSource, __LINE__, match.size());
+        return -1;
+    }
+    std::snprintf(buffer, size, "%s", match.str(1).c_str());
+    return 0;
+}
+
+}  // namespace
+
+extern "C" int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size) {
+    const bool wanted = buffer && size != 0;
+    if (wanted) {
+        buffer[0] = '\0';
+    }
+    const Json::Value configuration = ReadConfiguration();
+    if (!configuration.isObject()) {
+        return -1;
+    }
+    const auto serverId = JsonText::StringMember(configuration, "serverID").value_or("");
+    if (serverId.empty()) {
+        return 0;
+    }
+    if (wanted) {
+        std::snprintf(buffer, size, "%s", serverId.c_str());
+    }
+    return !service || Offers(configuration, service) ? 1 : 0;
+}
+
+extern "C" int ALIBRelaydGetPortalDomain(char* buffer, size_t size) {
+    if (!buffer) {
+        return -1;
+    }
+    try {
+        return CopyPortalDomain(RelaydConf(kConfigFile).GetGlobalServer().GetHost(), buffer, size);
+    } catch (const std::regex_error& error) {
+        RELAY_LOG(LOG_ERR, "regex_error caught: %s", error.what());
+        return -1;
+    }
+}
