@@ -23,7 +23,7 @@ constexpr Reason kReasons[] = {
     {ALIAS_RET_INUSED, "another device holds the alias: choose another one"},
     {ALIAS_RET_SYSTEM, "the server has a fault: try again later"},
     {ALIAS_RET_BAD_PARAM, "the server does not accept a part of the request"},
-    {ALIAS_RET_NETWORK, "the server cannot be reached, or its certificate is not trusted (--verbose tells more)"},
+    {ALIAS_RET_NETWORK, "the server cannot be reached (--verbose tells more)"},
     {ALIAS_RET_DNS, "the server's name does not resolve"},
     {ALIAS_RET_AUTH, "the server refuses the device's identity"},
     {ALIAS_RET_911, "the service is being maintained: try again later"},
@@ -47,9 +47,13 @@ constexpr RetryWord kRetryWords[] = {
     {ALIAS_RETRY_TYPE_USER, "user"},
 };
 
-const char* ReasonOf(ALIAS_RET ret) {
+const char* ReasonOf(const Outcome& outcome) {
+    if (outcome.ret == ALIAS_RET_UNKNOWN && outcome.httpStatus < 0) {
+        return "the exchange failed: the server's certificate is not trusted, or it does not speak HTTP (--verbose "
+               "tells more)";
+    }
     const auto* row =
-        std::find_if(std::begin(kReasons), std::end(kReasons), [ret](const auto& r) { return r.ret == ret; });
+        std::find_if(std::begin(kReasons), std::end(kReasons), [&](const auto& r) { return r.ret == outcome.ret; });
     return row == std::end(kReasons) ? "" : row->text;
 }
 
@@ -96,7 +100,7 @@ void PrintOutcome(const Outcome& outcome) {
         PrintMembers(outcome.answer);
     }
     if (outcome.ret != ALIAS_RET_SUCCESS) {
-        Complain(ReasonOf(outcome.ret) + (outcome.extra.empty() ? "" : " (" + outcome.extra + ")"));
+        Complain(ReasonOf(outcome) + (outcome.extra.empty() ? "" : " (" + outcome.extra + ")"));
     }
 }
 

@@ -11,7 +11,7 @@ public:
     SmartDNSConf() = default;
     SmartDNSConf(const SmartDNSConf&) = default;
     SmartDNSConf& operator=(const SmartDNSConf&) = default;
-    virtual ~SmartDNSConf();
+    ~SmartDNSConf() override;
 };
 
 }  // namespace ARDV::Relay

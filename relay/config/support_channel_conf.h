@@ -11,7 +11,7 @@ public:
     SupportChannelConf() = default;
     SupportChannelConf(const SupportChannelConf&) = default;
     SupportChannelConf& operator=(const SupportChannelConf&) = default;
-    virtual ~SupportChannelConf();
+    ~SupportChannelConf() override;
 };
 
 }  // namespace ARDV::Relay

@@ -19,7 +19,7 @@ namespace ARDV::Relay {
 
 constinit bool Daemon::_isForked = false;
 constinit std::int32_t Daemon::_logLevel = LOG_WARNING;
-constinit std::string Daemon::_strLogFile;
+std::string Daemon::_strLogFile;
 
 namespace {
 

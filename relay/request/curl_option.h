@@ -3,7 +3,7 @@
 
 #include <curl/curl.h>
 
-#include <source_location>
+#include <cstddef>
 
 namespace ARDV::Relay::Curl {
 
@@ -14,26 +14,24 @@ struct NumberOption {
     long value;
 };
 
-/** Logs a refused option at level 3 for the place of the call. */
-void LogRefused(const char* name, const std::source_location& where);
+/** Logs a refused option at level 3, with the line of the call that set it. */
+void LogRefused(const char* name, int line);
 
 /** Sets an option; false, with a message of level 3, if libcurl refuses it. */
 template <typename Value>
-bool SetOption(CURL* handle, CURLoption option, const char* name, Value value,
-               const std::source_location& where = std::source_location::current()) {
+bool SetOption(CURL* handle, CURLoption option, const char* name, Value value, int line = __builtin_LINE()) {
     if (curl_easy_setopt(handle, option, value) == CURLE_OK) {
         return true;
     }
-    LogRefused(name, where);
+    LogRefused(name, line);
     return false;
 }
 
 /** Sets options in order; false at the first that libcurl refuses. */
 template <std::size_t N>
-bool SetOptions(CURL* handle, const NumberOption (&options)[N],
-                const std::source_location& where = std::source_location::current()) {
+bool SetOptions(CURL* handle, const NumberOption (&options)[N], int line = __builtin_LINE()) {
     for (const auto& [option, name, value] : options) {
-        if (!SetOption(handle, option, name, value, where)) {
+        if (!SetOption(handle, option, name, value, line)) {
             return false;
         }
     }

@@ -75,6 +75,9 @@ Request::Request(const Request& other) : url_(other.url_), data_(other.data_) {
 }
 
 Request& Request::operator=(const Request& other) {
+    if (this == &other) {
+        return *this;
+    }
     url_ = other.url_;
     data_ = other.data_;
     async_ = false;

@@ -215,11 +215,7 @@ public:
     static bool CleanDnsCache();
 
 private:
-    bool PrepareHandle();
     bool SetUp(const std::string& data, bool post);
-    bool SetUserAgent();
-    bool SetTlsOptions();
-    bool SetBody(const std::string& data);
     void DuplicateHandle(const Request& other);
 
     static CURLSH* _share;

@@ -51,15 +51,49 @@ std::size_t Receive(char* bytes, std::size_t size, std::size_t count, void* targ
     return length;
 }
 
-bool HasReadableBundle() {
+const char* DefaultBundle() {
     const auto* version = curl_version_info(CURLVERSION_NOW);
-    return version && version->age >= CURLVERSION_SEVENTH && version->cainfo && access(version->cainfo, R_OK) == 0;
+    return version && version->age >= CURLVERSION_SEVENTH ? version->cainfo : nullptr;
+}
+
+bool HasReadableBundle() {
+    static const char* const bundle = DefaultBundle();  // part of the libcurl that is loaded
+    return bundle && access(bundle, R_OK) == 0;
+}
+
+bool SetUserAgent(CURL* handle) {
+    std::array<char, kUserAgentSize> userAgent = {};
+    ALIBHsinfoUserAgentGet("Tethra", userAgent.data(), userAgent.size(), 0);
+    return Curl::SetOption(handle, CURLOPT_USERAGENT, "CURLOPT_USERAGENT", userAgent.data());
+}
+
+bool SetTlsOptions(CURL* handle, const std::string& url) {
+    if (url.compare(0, kHttps.size(), kHttps) != 0) {
+        return true;
+    }
+    if (!Curl::SetOptions(handle, kTlsOptions)) {
+        return false;
+    }
+    if (HasReadableBundle()) {
+        // libcurl keeps the parsed bundle from one connection to the next only while no CA directory is set beside it.
+        // A refusal costs time and no safety.
+        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+    }
+    return true;
+}
+
+// libcurl gets a copy of its own, so that no handle and no duplicate of one ever points into a text that is gone. The
+// size must be set first: a duplicate of a handle with a copied body of unknown size fails.
+bool SetBody(CURL* handle, const std::string& data) {
+    const auto size = static_cast<long>(std::strlen(data.c_str()));
+    return Curl::SetOption(handle, CURLOPT_POSTFIELDSIZE, "CURLOPT_POSTFIELDS", size) &&
+           Curl::SetOption(handle, CURLOPT_COPYPOSTFIELDS, "CURLOPT_POSTFIELDS", data.c_str());
 }
 
 }  // namespace
 
-void Curl::LogRefused(const char* name, const std::source_location& where) {
-    RELAY_LOG_AT(static_cast<int>(where.line()), LOG_ERR, "set %sto curl handle failed", name);
+void Curl::LogRefused(const char* name, int line) {
+    RELAY_LOG_AT(line, LOG_ERR, "set %sto curl handle failed", name);
 }
 
 bool Request::Set(const std::string& url, const std::string& data, bool post) {
@@ -68,7 +102,13 @@ bool Request::Set(const std::string& url, const std::string& data, bool post) {
         return false;
     }
     url_ = url;
-    if (!PrepareHandle() || !SetUp(data, post)) {
+    if (handle_) {
+        curl_easy_setopt(handle_.get(), CURLOPT_COOKIEFILE, nullptr);  // libcurl's reset loses the list without freeing it
+        curl_easy_reset(handle_.get());
+    } else {
+        handle_.reset(curl_easy_init());
+    }
+    if (!handle_ || !SetUp(data, post)) {
         handle_.reset();
         return false;
     }
@@ -77,15 +117,6 @@ bool Request::Set(const std::string& url, const std::string& data, bool post) {
 
 bool Request::Set(const std::string& url, const Json::Value& data, bool post) {
     return Set(url, JsonText::Compact(data), post);
-}
-
-bool Request::PrepareHandle() {
-    if (handle_) {
-        curl_easy_reset(handle_.get());
-    } else {
-        handle_.reset(curl_easy_init());
-    }
-    return handle_ != nullptr;
 }
 
 bool Request::SetUp(const std::string& data, bool post) {
@@ -104,31 +135,11 @@ bool Request::SetUp(const std::string& data, bool post) {
     }
     SetData(data, post);
     std::memset(errorBuffer_, 0, sizeof errorBuffer_);
-    return SetUserAgent() && Curl::SetOptions(handle, kTransferOptions) &&
+    return SetUserAgent(handle) && Curl::SetOptions(handle, kTransferOptions) &&
            Curl::SetOption(handle, CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", &Receive) &&
-           Curl::SetOption(handle, CURLOPT_ERRORBUFFER, "CURLOPT_ERRORBUFFER", &errorBuffer_[0]) && SetTlsOptions() &&
+           Curl::SetOption(handle, CURLOPT_ERRORBUFFER, "CURLOPT_ERRORBUFFER", &errorBuffer_[0]) &&
+           SetTlsOptions(handle, url_) &&
            (_strCookie.empty() || Curl::SetOption(handle, CURLOPT_COOKIE, "CURLOPT_COOKIE", _strCookie.c_str()));
-}
-
-bool Request::SetUserAgent() {
-    std::array<char, kUserAgentSize> userAgent = {};
-    ALIBHsinfoUserAgentGet("Tethra", userAgent.data(), userAgent.size(), 0);
-    return Curl::SetOption(handle_.get(), CURLOPT_USERAGENT, "CURLOPT_USERAGENT", userAgent.data());
-}
-
-bool Request::SetTlsOptions() {
-    if (url_.compare(0, kHttps.size(), kHttps) != 0) {
-        return true;
-    }
-    if (!Curl::SetOptions(handle_.get(), kTlsOptions)) {
-        return false;
-    }
-    if (HasReadableBundle()) {
-        // libcurl keeps the parsed bundle from one connection to the next only while no CA directory is set beside it.
-        // A refusal costs time and no safety.
-        curl_easy_setopt(handle_.get(), CURLOPT_CAPATH, nullptr);
-    }
-    return true;
 }
 
 bool Request::SetData(const std::string& data, bool post) {
@@ -137,7 +148,8 @@ bool Request::SetData(const std::string& data, bool post) {
     }
     data_ = data;
     if (post && !data_.empty()) {
-        return Curl::SetOption(handle_.get(), CURLOPT_URL, "CURLOPT_URL", url_.c_str()) && SetBody(data_);
+        return Curl::SetOption(handle_.get(), CURLOPT_URL, "CURLOPT_URL", url_.c_str()) &&
+               SetBody(handle_.get(), data_);
     }
     // Takes away the body of an earlier POST, and with it the method.
     curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, nullptr);
@@ -148,14 +160,6 @@ bool Request::SetData(const std::string& data, bool post) {
 
 bool Request::SetData(const Json::Value& data, bool post) {
     return SetData(JsonText::Compact(data), post);
-}
-
-// libcurl gets a copy of its own, so that no handle and no duplicate of one ever points into a text that is gone. The
-// size must be set first: a duplicate of a handle with a copied body of unknown size fails.
-bool Request::SetBody(const std::string& data) {
-    const auto size = static_cast<long>(std::strlen(data.c_str()));
-    return Curl::SetOption(handle_.get(), CURLOPT_POSTFIELDSIZE, "CURLOPT_POSTFIELDS", size) &&
-           Curl::SetOption(handle_.get(), CURLOPT_COPYPOSTFIELDS, "CURLOPT_POSTFIELDS", data.c_str());
 }
 
 bool Request::SetResolveIPv6() {

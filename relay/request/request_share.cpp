@@ -16,7 +16,7 @@ RELAY_LOG_SOURCE("request.cpp");
 namespace ARDV::Relay {
 
 constinit CURLSH* Request::_share = nullptr;
-constinit std::string Request::_strCookie;
+std::string Request::_strCookie;
 
 namespace {
 
