@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <ardv/cloud_identity.h>
+
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/error.h"
+#include "platform/linux/file.h"
+#include "platform/linux/hardware_address.h"
+#include "platform/linux/key_value_text.h"
+
+namespace ARDV::Platform {
+
+namespace {
+
+constexpr const char* kIdentityFile = "/etc/ardv/identity.conf";
+constexpr std::size_t kMaxIdentityBytes = 65536;
+
+/// A caller's buffer, empty from the start, so that every failure leaves it so.
+class Buffer {
+public:
+    Buffer(char* data, std::size_t size) : data_(data), size_(size) {
+        if (IsUsable()) {
+            *data_ = '\0';
+        }
+    }
+
+    bool IsUsable() const { return data_ != nullptr && size_ > 0; }
+
+    Failure CheckRoom(std::string_view value) const {
+        if (value.find('\0') != std::string_view::npos) {
+            return MakeError(ARDV_ERR_BAD_VALUE);
+        }
+        return value.size() < size_ ? Failure{} : MakeError(ARDV_ERR_BUFFER_TOO_SMALL);
+    }
+
+    /// Stores a value that has room.
+    void Store(std::string_view value) const {
+        std::memcpy(data_, value.data(), value.size());
+        data_[value.size()] = '\0';
+    }
+
+private:
+    char* data_;
+    std::size_t size_;
+};
+
+int Finish(const Failure& failure) {
+    return failure ? Fail(*failure) : 0;
+}
+
+Failure StoreWhole(const Result<std::string>& value, const Buffer& buffer) {
+    if (!value) {
+        return value.Reason();
+    }
+    if (const Failure failure = buffer.CheckRoom(*value)) {
+        return failure;
+    }
+    buffer.Store(*value);
+    return {};
+}
+
+Result<std::string> ReadIdentity() {
+    Result<FileContents> contents = ReadFile(kIdentityFile, kMaxIdentityBytes);
+    if (!contents) {
+        return contents.Reason();
+    }
+    if ((contents->status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return MakeError(ARDV_ERR_UNSAFE_FILE);
+    }
+    return std::move(contents->text);
+}
+
+Result<std::string> NeededValue(std::string_view identity, std::string_view key) {
+    std::optional<std::string> value = GetKeyValue(identity, key);
+    if (!value || value->empty()) {
+        return MakeError(ARDV_ERR_NO_VALUE);
+    }
+    return std::move(*value);
+}
+
+Result<std::string> ReadApiKey() {
+    const Result<std::string> identity = ReadIdentity();
+    return identity ? NeededValue(*identity, "api_key") : identity.Reason();
+}
+
+Failure ReadSerialAndToken(const Buffer& serialBuffer, const Buffer& tokenBuffer) {
+    const Result<std::string> identity = ReadIdentity();
+    if (!identity) {
+        return identity.Reason();
+    }
+    const Result<std::string> token = NeededValue(*identity, "token");
+    if (!token) {
+        return token.Reason();
+    }
+    if (const Failure failure = tokenBuffer.CheckRoom(*token)) {
+        return failure;
+    }
+    if (const Failure failure = StoreWhole(NeededValue(*identity, "serial"), serialBuffer)) {
+        return failure;
+    }
+    tokenBuffer.Store(*token);
+    return {};
+}
+
+std::string HexDigits(const unsigned char* bytes, std::size_t digits) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (std::size_t at = 0; at < digits; ++at) {
+        const unsigned byte = bytes[at / 2];
+        text += kDigits[at % 2 == 0 ? byte >> 4 : byte & 0xf];
+    }
+    return text;
+}
+
+Result<std::string> MakeToken(std::string_view serial) {
+    Result<std::string> key = ReadApiKey();
+    if (!key) {
+        return key;
+    }
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned length = 0;
+    const auto* data = reinterpret_cast<const unsigned char*>(serial.data());
+    const unsigned char* made =
+        HMAC(EVP_sha256(), key->data(), static_cast<int>(key->size()), data, serial.size(), digest.data(), &length);
+    if (made == nullptr || length < (ARDV_TOKEN_SIZE - 1) / 2) {
+        return MakeError(ARDV_ERR_CRYPTO);
+    }
+    return HexDigits(digest.data(), ARDV_TOKEN_SIZE - 1);
+}
+
+/// The `mac` of the identity file; empty when it is to be taken from an interface.
+Result<std::string> ConfiguredMac() {
+    const Result<std::string> identity = ReadIdentity();
+    if (!identity) {
+        const bool absent = identity.Reason().code == ARDV_ERR_NOT_FOUND;
+        return absent ? Result(std::string()) : identity.Reason();
+    }
+    return GetKeyValue(*identity, "mac").value_or("");
+}
+
+Result<HardwareAddress> ReadMac() {
+    const Result<std::string> configured = ConfiguredMac();
+    if (!configured) {
+        return configured.Reason();
+    }
+    if (configured->empty()) {
+        return FirstWiredAddress();
+    }
+    const std::optional<HardwareAddress> address = ParseHardwareAddress(*configured);
+    return address && IsDeviceAddress(*address) ? Result(*address) : MakeError(ARDV_ERR_BAD_VALUE);
+}
+
+Result<std::string> ReadMacText() {
+    const Result<HardwareAddress> address = ReadMac();
+    return address ? Result(FormatHardwareAddress(*address)) : address.Reason();
+}
+
+}  // namespace
+
+}  // namespace ARDV::Platform
+
+using namespace ARDV::Platform;
+
+int ARDVCloudServiceHstokenGetToken(char* serial, size_t serialSize, char* token, size_t tokenSize) {
+    const Buffer serialBuffer(serial, serialSize);
+    const Buffer tokenBuffer(token, tokenSize);
+    if (!serialBuffer.IsUsable() || !tokenBuffer.IsUsable()) {
+        return Fail(ARDV_ERR_INVALID_ARGUMENT);
+    }
+    return Guarded([&] { return Finish(ReadSerialAndToken(serialBuffer, tokenBuffer)); });
+}
+
+int ARDVCloudServiceHstokenGenerateToken(const char* serial, char* token, size_t size) {
+    const Buffer buffer(token, size);
+    if (!buffer.IsUsable() || serial == nullptr || *serial == '\0') {
+        return Fail(ARDV_ERR_INVALID_ARGUMENT);
+    }
+    return Guarded([&] { return Finish(StoreWhole(MakeToken(serial), buffer)); });
+}
+
+int ARDVCloudServiceGetApiKey(char* key, int flags) {
+    const Buffer buffer(key, ARDV_API_KEY_SIZE);
+    if (!buffer.IsUsable() || flags != 0) {
+        return Fail(ARDV_ERR_INVALID_ARGUMENT);
+    }
+    return Guarded([&] { return Finish(StoreWhole(ReadApiKey(), buffer)); });
+}
+
+int ARDVHsinfoCloudServiceGetMacAddress(char* mac, size_t size) {
+    const Buffer buffer(mac, size);
+    if (!buffer.IsUsable()) {
+        return Fail(ARDV_ERR_INVALID_ARGUMENT);
+    }
+    return Guarded([&] { return Finish(StoreWhole(ReadMacText(), buffer)); });
+}

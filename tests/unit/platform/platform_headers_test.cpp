@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include "made_file.h"
+
+extern "C" int CountWorkingCallsFromC(const char* file);
+
+namespace ARDV::Platform::Test {
+
+TEST(PlatformHeaders, ServeACallerWrittenInC) {
+    const ScratchFolder folder;
+    EXPECT_EQ(CountWorkingCallsFromC(folder.File("settings.conf").c_str()), 8);
+}
+
+}  // namespace ARDV::Platform::Test
