@@ -34,10 +34,10 @@ public:
      * @param level syslog priority of the message
      * @param format printf format without a line feed at its end; "%m" is the text of errno as it is at the call
      */
-    static void Log(int level, const char* format, ...) __attribute__((format(gnu_printf, 2, 3)));
+    static void Log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     /** As `Log`, with the arguments as a list. */
-    static void LogV(int level, const char* format, va_list args) __attribute__((format(gnu_printf, 2, 0)));
+    static void LogV(int level, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
     /**
      * Changes threshold and file of the log.
