@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include <relay/common/deployment.h>
-#include <relay/config/config.h>
+#include <relay/config/json_store.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 #include <relay/utils/utils.h>
@@ -79,11 +79,11 @@ bool AliasConf::WriteConfig() {
         return false;
     }
     Json::Value value;
-    if (!RelaydConf::ReadJsonFile(kConfigFile, value)) {
+    if (!JsonStore::Read(kConfigFile, value)) {
         RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", kConfigFile);
     }
     Write(JsonText::EnsureObject(value)["server_alias"], true);
-    return RelaydConf::WriteJsonFile(kConfigFile, value);
+    return JsonStore::Write(kConfigFile, value);
 }
 
 bool AliasConf::IsChanged() const {

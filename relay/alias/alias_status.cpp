@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/alias/alias_status.h>
 
-#include <relay/config/config.h>
+#include <relay/config/json_store.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 
@@ -38,7 +38,7 @@ AliasStatus::AliasStatus() {
 AliasStatus::~AliasStatus() = default;
 
 bool AliasStatus::Reload() {
-    if (!RelaydConf::ReadJsonFile(kStatusFile, value_)) {
+    if (!JsonStore::Read(kStatusFile, value_)) {
         RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", kStatusFile);
         return false;
     }
@@ -70,7 +70,7 @@ bool AliasStatus::SetStatus(const std::string& alias, const std::string& status,
 }
 
 bool AliasStatus::DumpToFile() {
-    return IsValid() && RelaydConf::WriteJsonFile(kStatusFile, value_);
+    return IsValid() && JsonStore::Write(kStatusFile, value_);
 }
 
 }  // namespace ARDV::Relay

@@ -6,7 +6,7 @@
 #include <ardv/cloud_identity.h>
 #include <ardv/key_value_file.h>
 
-#include <relay/config/config.h>
+#include <relay/config/device_settings.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 
@@ -40,7 +40,7 @@ std::string ReadApiKey() {
 
 }  // namespace
 
-AuthConf::AuthConf(bool read) : timezone_(RelaydConf::GetTimeZone()) {
+AuthConf::AuthConf(bool read) : timezone_(DeviceSettings::TimeZone()) {
     if (read) {
         ReadConf();
     }

@@ -3,11 +3,8 @@
 
 #include <unistd.h>
 
-#include <array>
-
-#include <ardv/key_value_file.h>
-
 #include <relay/common/deployment.h>
+#include <relay/config/device_settings.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 
@@ -17,15 +14,8 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr const char kDeviceSettings[] = "/etc/ardvinfo.conf";
-constexpr std::size_t kTimeZoneSize = 256;
-
-bool IsDeviceSetting(const char* key, const char* value) {
-    return ALIBCFileCheckKeyValue(kDeviceSettings, key, value, 0) == 1;
-}
-
 bool IsAccountUnified() {
-    return IsDeviceSetting("kova_unified", "yes");
+    return DeviceSettings::Is("kova_unified", "yes");
 }
 
 ServerConf DefaultServer(const char* protocol, std::int32_t port) {
@@ -54,7 +44,7 @@ RelaydConf::RelaydConf(const char* path)
         configFile_ = path;
         ReadConfigFile(path);
     }
-    if (IsDeviceSetting("kern_log_max", "yes") && logLevel_ < LOG_DEBUG) {
+    if (DeviceSettings::Is("kern_log_max", "yes") && logLevel_ < LOG_DEBUG) {
         logLevel_ = LOG_DEBUG;
     }
 }
@@ -131,18 +121,7 @@ bool RelaydConf::Write(Json::Value& value, bool full) const {
 }
 
 std::string RelaydConf::GetTimeZone() {
-    std::array<char, kTimeZoneSize> timezone = {};
-    const int found = ALIBCFileGetKeyValue(kDeviceSettings, "timezone", timezone.data(), timezone.size(), 0);
-    return found > 0 ? timezone.data() : std::string();
-}
-
-void RelaydConf::DumpDataForAliasReq(Json::Value& value) {
-    serverAlias_.Write(value, false);
-    if (!auth_.HasCredentials()) {
-        auth_.ReadConf();
-    }
-    auth_.Write(value, true);
-    value["id"] = serverId_;
+    return DeviceSettings::TimeZone();
 }
 
 bool RelaydConf::SetEnableConf(bool enabled) {

@@ -6,7 +6,6 @@
  */
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -21,9 +20,6 @@
 #include <relay/config/support_channel_conf.h>
 
 namespace ARDV::Relay {
-
-/** The largest JSON file that is read, in bytes. A larger one counts as damaged. */
-inline constexpr std::size_t kMaxJsonFileSize = 16U << 20U;
 
 /**
  * The configuration of the daemon: servers, alias settings, account, switches, identity and log settings, kept in

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 
 #include <json/value.h>
@@ -8,6 +9,9 @@
 #include <relay/common/export.h>
 
 namespace ARDV::Relay {
+
+/** The largest JSON file that is read, in bytes. A larger one counts as damaged. */
+inline constexpr std::size_t kMaxJsonFileSize = 16U << 20U;
 
 /**
  * A piece of the daemon's configuration: it reads itself from a JSON value, checks itself and writes itself back. The

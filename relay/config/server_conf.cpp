@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/config/server_conf.h>
 
-#include <relay/config/config.h>
+#include <relay/config/json_store.h>
 #include <relay/utils/json_text.h>
 
 namespace ARDV::Relay {
@@ -10,7 +10,7 @@ namespace {
 
 std::string FromEnvironmentFile(const char* key, const std::string& otherwise) {
     Json::Value environment;
-    RelaydConf::ReadJsonFile("/usr/ardv/etc/ardvrelayd/env.conf", environment);
+    JsonStore::Read("/usr/ardv/etc/ardvrelayd/env.conf", environment);
     return JsonText::StringMember(environment, key).value_or(otherwise);
 }
 
