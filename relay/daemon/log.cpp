@@ -45,6 +45,15 @@ void SetDaemonVerbosity(int level) {
     daemon_set_verbosity(level > kDaemonVerbosityMask ? kDaemonVerbosityMask : level);
 }
 
+// A pipe without a reader is refused rather than waited for; writing then waits as usual.
+int OpenWithoutWaiting(const std::string& path, int flags) {
+    const int opened = open(path.c_str(), flags | O_NONBLOCK, kLogFileMode);
+    if (opened >= 0) {
+        fcntl(opened, F_SETFL, fcntl(opened, F_GETFL) & ~O_NONBLOCK);
+    }
+    return opened;
+}
+
 bool MoveDescriptor(int from, int to) {
     if (from == to) {
         return fcntl(to, F_SETFD, 0) == 0;
@@ -99,7 +108,7 @@ bool Daemon::SetLogFile(const std::string& path, int level) {
 }
 
 bool Daemon::OpenLogFile(const std::string& path, int fd, int flags) {
-    const int opened = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags | Utils::NoFollowIfShared(path), kLogFileMode);
+    const int opened = OpenWithoutWaiting(path, O_WRONLY | O_CLOEXEC | flags | Utils::NoFollowIfShared(path));
     if (opened < 0) {
         RELAY_LOG(LOG_ERR, "open log file [%s] failed", path.c_str());
         return false;

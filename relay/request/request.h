@@ -34,9 +34,9 @@ struct ARDVRELAYD_API CurlCleanup {
  * nothing throws.
  *
  * A transfer has 20 s to connect and 60 s in all, closes its connection, follows no redirect, and verifies the server's
- * certificate and name for URLs that begin with "https://". Trust is libcurl's default CA bundle file where that can be
- * read, and libcurl's default CA directory only where it cannot: with a directory set, libcurl would parse the whole
- * bundle anew for each connection.
+ * certificate and name for URLs that begin with "https://". Trust is libcurl's default CA bundle file
+ * and not its CA directory, beside which libcurl would parse the whole bundle anew for each connection. Where the
+ * bundle cannot be read, libcurl refuses to connect.
  */
 class ARDVRELAYD_API Request {
 public:

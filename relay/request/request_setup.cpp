@@ -103,7 +103,7 @@ bool Request::Set(const std::string& url, const std::string& data, bool post) {
     }
     url_ = url;
     if (handle_) {
-        curl_easy_setopt(handle_.get(), CURLOPT_COOKIEFILE, nullptr);  // libcurl's reset loses the list without freeing it
+        curl_easy_setopt(handle_.get(), CURLOPT_COOKIEFILE, nullptr);  // its list would leak in the reset
         curl_easy_reset(handle_.get());
     } else {
         handle_.reset(curl_easy_init());

@@ -35,7 +35,7 @@ ssize_t WriteSome(int fd, std::string_view data) {
 bool WriteAll(int fd, std::string_view data) {
     while (!data.empty()) {
         const ssize_t count = WriteSome(fd, data);
-        if (count < 0) {
+        if (count <= 0) {
             return false;
         }
         data.remove_prefix(static_cast<std::size_t>(count));
