@@ -75,11 +75,10 @@ Request::Request(const Request& other) : url_(other.url_), data_(other.data_) {
 }
 
 Request& Request::operator=(const Request& other) {
-    if (this == &other) {
-        return *this;
+    if (this != &other) {
+        url_ = other.url_;
+        data_ = other.data_;
     }
-    url_ = other.url_;
-    data_ = other.data_;
     async_ = false;
     DuplicateHandle(other);
     return *this;
