@@ -6,6 +6,7 @@
 
 #include <relay/common/deployment.h>
 #include <relay/config/json_store.h>
+#include <relay/config/paths.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 #include <relay/utils/utils.h>
@@ -16,7 +17,6 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr const char kConfigFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
 constexpr std::int32_t kDefaultPollSeconds = 604800;
 constexpr std::uint32_t kPollSpreadSeconds = 172800;
 constexpr std::uint32_t kSignBit = 0x80000000U;
@@ -79,11 +79,11 @@ bool AliasConf::WriteConfig() {
         return false;
     }
     Json::Value value;
-    if (!JsonStore::Read(kConfigFile, value)) {
-        RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", kConfigFile);
+    if (!JsonStore::Read(Paths::kMainConfigFile, value)) {
+        RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", Paths::kMainConfigFile);
     }
     Write(JsonText::EnsureObject(value)["server_alias"], true);
-    return JsonStore::Write(kConfigFile, value);
+    return JsonStore::Write(Paths::kMainConfigFile, value);
 }
 
 bool AliasConf::IsChanged() const {

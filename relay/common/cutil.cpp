@@ -7,6 +7,7 @@
 #include <string>
 
 #include <relay/config/config.h>
+#include <relay/config/paths.h>
 #include <relay/daemon/log.h>
 #include <relay/utils/json_text.h>
 
@@ -16,15 +17,14 @@ namespace {
 
 using namespace ARDV::Relay;
 
-constexpr const char kConfigFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
-constexpr std::size_t kMaxHostLength =
-    1024;                            // four times what DNS allows; the expression's matcher recurses for each byte
+// Four times what DNS allows: the expression's matcher recurses for each byte.
+constexpr std::size_t kMaxHostLength = 1024;
 constexpr std::size_t kMatches = 2;  // the whole and its one group
 
 Json::Value ReadConfiguration() {
     Json::Value configuration;
-    if (!RelaydConf::ReadJsonFile(kConfigFile, configuration)) {
-        RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", kConfigFile);
+    if (!RelaydConf::ReadJsonFile(Paths::kMainConfigFile, configuration)) {
+        RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", Paths::kMainConfigFile);
     }
     return configuration;
 }
@@ -57,13 +57,7 @@ int CopyPortalDomain(const std::string& host, char* buffer, std::size_t size) {
     return 0;
 }
 
-}  // namespace
-
-extern "C" int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size) {
-    const bool wanted = buffer && size != 0;
-    if (wanted) {
-        buffer[0] = '\0';
-    }
+int GetServerId(const char* service, char* buffer, std::size_t size) {
     const Json::Value configuration = ReadConfiguration();
     if (!configuration.isObject()) {
         return -1;
@@ -72,20 +66,36 @@ extern "C" int ALIBRelaydGetServerId(const char* service, char* buffer, size_t s
     if (serverId.empty()) {
         return 0;
     }
-    if (wanted) {
+    if (buffer) {
         std::snprintf(buffer, size, "%s", serverId.c_str());
     }
     return !service || Offers(configuration, service) ? 1 : 0;
 }
 
-extern "C" int ALIBRelaydGetPortalDomain(char* buffer, size_t size) {
-    if (!buffer) {
-        return -1;
-    }
+// No exception passes into a program in C.
+template <typename Function>
+int Guarded(Function function) noexcept {
     try {
-        return CopyPortalDomain(RelaydConf(kConfigFile).GetGlobalServer().GetHost(), buffer, size);
+        return function();
     } catch (const std::regex_error& error) {
         RELAY_LOG(LOG_ERR, "regex_error caught: %s", error.what());
-        return -1;
+    } catch (const std::exception& error) {
+        RELAY_LOG(LOG_ERR, "exception caught: %s", error.what());
     }
+    return -1;
+}
+
+}  // namespace
+
+extern "C" int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size) {
+    if (buffer && size != 0) {
+        buffer[0] = '\0';
+    }
+    return Guarded([=] { return GetServerId(service, buffer, size); });
+}
+
+extern "C" int ALIBRelaydGetPortalDomain(char* buffer, size_t size) {
+    return !buffer ? -1 : Guarded([=] {
+        return CopyPortalDomain(RelaydConf(Paths::kMainConfigFile).GetGlobalServer().GetHost(), buffer, size);
+    });
 }

@@ -141,8 +141,7 @@ RELAYD_RET RespErrMap(RELAYSERVER_ERR err) {
 }
 
 RELAYSERVER_ERR ParseServerError(const Json::Value& answer) {
-    const bool isList = answer.isArray() && !answer.empty();
-    const Json::Value* number = JsonText::Member(isList ? answer[0U] : answer, "errno");
+    const Json::Value* number = JsonText::Member(answer.isArray() ? answer[0U] : answer, "errno");
     // A real number does not count here, although the JSON library's isInt() takes 5.0 for an integer.
     if (!number || !number->isInt() || number->type() == Json::realValue) {
         return RELAYSERVER_ERR_UNKNOWN;

@@ -41,9 +41,8 @@ namespace ARDV::Relay {
 class ARDVRELAYD_API RelaydConf : public Config {
 public:
     /**
-     * The defaults, with the file at `path` merged over them by `ReadConfigFile`, whose result is dropped. If
-     * "kern_log_max" in
-     * "/etc/ardvinfo.conf" is "yes", the log level is at least 7.
+     * The defaults, with the file at `path` merged over them by `ReadConfigFile`, whose result is dropped. The log level is
+     * at least 7 if "kern_log_max" is "yes" in "/etc/ardvinfo.conf".
      *
      * @param path file to load, and to save to later; null for none
      */
@@ -74,20 +73,19 @@ public:
     /**
      * Merges a file over the object's settings, remembers its path, and validates.
      *
-     * @return false if the file cannot be read (level 7; nothing changes), if `Overwrite` refuses it (level 3), or if
-     * the merged object is not valid (level 3; it stays merged and keeps the path)
+     * @return false if the file cannot be read (level 7; nothing changes), if `Overwrite` refuses it (level 3), or if the
+     *         merged object is not valid (level 3; it stays merged and keeps the path)
      */
     bool ReadConfigFile(const std::string& path);
 
     /**
-     * Reads one JSON file, of at most `kMaxJsonFileSize` bytes. Only a regular file is read, and in a folder that
-     * everybody may write to no symbolic link is followed.
+     * Reads one JSON file, of at most `kMaxJsonFileSize` bytes. Only a regular file is read; in a folder that everybody may
+     * write to (such as /tmp) only one that belongs to this user or to root and has no second name, and no symbolic link.
      *
      * A file that is no JSON, is too large, or nests more than 1,000 values is damaged: "bad json format" is logged at
      * level 3 and the file is moved to `path` + ".bad" (see `Utils::RenameBadFile`), so that the next read finds none.
      *
-     * @return false, with `value` null, for an empty path, for a file that cannot be read (no message), and for a
-     * damaged one
+     * @return false, with `value` null, for an empty path, for a file that cannot be read (no message), and for a damaged one
      */
     static bool ReadJsonFile(const std::string& path, Json::Value& value);
 
@@ -95,8 +93,9 @@ public:
      * Replaces a file by the styled text of a JSON value: atomic, on the disk before it is seen, mode 0644. The text
      * goes to `path` + ".tmp." + process id first. No lock is taken: of two writers the last one wins.
      *
-     * @return false, with a message of level 3 and `path` untouched, if the temporary file cannot be opened or written
-     * (it is then left behind as far as it came). True otherwise, also where only the final rename failed.
+     * @return false, with a message of level 3 and `path` untouched, if the text is larger than `kMaxJsonFileSize`, or if the
+     *         temporary file cannot be opened or written (it is then left behind as far as it came). True otherwise, also
+     *         where only the final rename failed.
      */
     static bool WriteJsonFile(const std::string& path, const Json::Value& value);
 

@@ -10,8 +10,8 @@
 
 namespace ARDV::Relay {
 
-/** The largest JSON file that is read, in bytes. A larger one counts as damaged. */
-inline constexpr std::size_t kMaxJsonFileSize = 16U << 20U;
+/** The largest JSON file that is read or written, in bytes: 200 times the usual. A larger one counts as damaged. */
+inline constexpr std::size_t kMaxJsonFileSize = 1U << 20U;
 
 /**
  * A piece of the daemon's configuration: it reads itself from a JSON value, checks itself and writes itself back. The
@@ -53,7 +53,7 @@ protected:
     ~Config() = default;
 };
 
-/** Prints `Write(..., true)` of a configuration object as one line of compact JSON with a line feed at its end. */
+/** Prints `Write(..., true)` of a configuration object as one line of compact JSON with a line feed at its end. Of an `AuthConf` that includes the token. */
 ARDVRELAYD_API std::ostream& operator<<(std::ostream& stream, const Config& config);
 
 }  // namespace ARDV::Relay

@@ -29,7 +29,9 @@ bool Read(const std::string& path, Json::Value& value) {
 
 bool Write(const std::string& path, const Json::Value& value) {
     const std::string temporary = Utils::TemporaryName(path);
-    switch (Utils::WriteTemporaryFile(temporary, JsonText::Styled(value))) {
+    const std::string text = JsonText::Styled(value);
+    const bool isReadable = text.size() <= kMaxJsonFileSize;  // a larger file would be taken for a damaged one
+    switch (isReadable ? Utils::WriteTemporaryFile(temporary, text) : Utils::WriteResult::kNotWritten) {
         case Utils::WriteResult::kNotOpened:
             RELAY_LOG(LOG_ERR, "open failed [%s]", temporary.c_str());
             return false;

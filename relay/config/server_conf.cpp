@@ -2,6 +2,7 @@
 #include <relay/config/server_conf.h>
 
 #include <relay/config/json_store.h>
+#include <relay/config/paths.h>
 #include <relay/utils/json_text.h>
 
 namespace ARDV::Relay {
@@ -10,7 +11,7 @@ namespace {
 
 std::string FromEnvironmentFile(const char* key, const std::string& otherwise) {
     Json::Value environment;
-    JsonStore::Read("/usr/ardv/etc/ardvrelayd/env.conf", environment);
+    JsonStore::Read(Paths::kEnvironmentFile, environment);
     return JsonText::StringMember(environment, key).value_or(otherwise);
 }
 

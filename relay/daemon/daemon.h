@@ -54,7 +54,8 @@ public:
     /**
      * Opens a file write-only in place of a descriptor, which stays open across exec.
      *
-     * @param path the file. In a folder that everybody may write to (such as /tmp) a symbolic link is not followed.
+     * @param path the file. In a folder that everybody may write to (such as /tmp) it must be a regular file that belongs to this user or
+     *             to root and has one name; no symbolic link is followed.
      * @param fd the descriptor to replace
      * @param flags open(2) flags besides O_WRONLY. A file made by O_CREAT has mode 0600.
      * @return false with a message of level 3 if the file cannot be opened or put in place; `fd` is then as it was

@@ -45,11 +45,21 @@ void SetDaemonVerbosity(int level) {
     daemon_set_verbosity(level > kDaemonVerbosityMask ? kDaemonVerbosityMask : level);
 }
 
-// A pipe without a reader is refused rather than waited for; writing then waits as usual.
-int OpenWithoutWaiting(const std::string& path, int flags) {
-    const int opened = open(path.c_str(), flags | O_NONBLOCK, kLogFileMode);
-    if (opened >= 0) {
-        fcntl(opened, F_SETFL, fcntl(opened, F_GETFL) & ~O_NONBLOCK);
+// A pipe without a reader is refused rather than waited for; writing then waits as usual. Nothing is truncated before it is known for what it
+// is.
+int OpenTrustworthy(const std::string& path, int flags) {
+    const int careful = O_WRONLY | O_CLOEXEC | O_NONBLOCK | Utils::NoFollowIfShared(path);
+    const int opened = open(path.c_str(), careful | (flags & ~O_TRUNC), kLogFileMode);
+    if (opened < 0) {
+        return -1;
+    }
+    if (!Utils::IsTrustworthy(opened, path)) {
+        close(opened);
+        return -1;
+    }
+    fcntl(opened, F_SETFL, fcntl(opened, F_GETFL) & ~O_NONBLOCK);
+    if ((flags & O_TRUNC) != 0) {
+        [[maybe_unused]] const int emptied = ftruncate(opened, 0);  // a terminal or a pipe has nothing to empty
     }
     return opened;
 }
@@ -108,7 +118,7 @@ bool Daemon::SetLogFile(const std::string& path, int level) {
 }
 
 bool Daemon::OpenLogFile(const std::string& path, int fd, int flags) {
-    const int opened = OpenWithoutWaiting(path, O_WRONLY | O_CLOEXEC | flags | Utils::NoFollowIfShared(path));
+    const int opened = OpenTrustworthy(path, flags);
     if (opened < 0) {
         RELAY_LOG(LOG_ERR, "open log file [%s] failed", path.c_str());
         return false;

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/request/request_alias.h>
 
-#include <algorithm>
-#include <iterator>
 #include <string_view>
-#include <vector>
 
 #include <relay/daemon/log.h>
+#include <relay/request/form.h>
 #include <relay/request/transfer_error.h>
 
 RELAY_LOG_SOURCE("request_alias.cpp");
@@ -15,13 +13,11 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr int kHttpOk = 200;
 constexpr int kHttpNotFound = 404;
 constexpr int kFirstBusy = 500;
 constexpr int kLastBusy = 504;
 constexpr signed char kFirstPrintable = 33;
 constexpr std::string_view kAliasField = "alias=";
-constexpr std::string_view kSecretFields[] = {"token", "key", "kova_password", "auth_key"};
 
 constinit Curl::FailureRun gFailures;
 
@@ -65,26 +61,6 @@ bool IsTrimmed(char byte) {
     return static_cast<signed char>(byte) < kFirstPrintable;
 }
 
-std::vector<std::string_view> SplitForm(std::string_view form) {
-    std::vector<std::string_view> pieces;
-    for (std::size_t start = 0; start <= form.size();) {
-        const auto end = std::min(form.find('&', start), form.size());
-        pieces.push_back(form.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
-}
-
-std::string MaskSecrets(const std::vector<std::string_view>& pieces) {
-    std::string form;
-    for (const auto& piece : pieces) {
-        const auto key = piece.substr(0, piece.find('='));
-        form.append(&piece == pieces.data() ? "" : "&");
-        form.append(AliasRequest::IsSecretField(std::string(key)) ? std::string(key) + "=***" : std::string(piece));
-    }
-    return form;
-}
-
 }  // namespace
 
 bool AliasRequest::ParseCURLHttp(HTTPResponse& response, ALIAS_RET& ret, std::string& body, int& status) {
@@ -99,7 +75,7 @@ bool AliasRequest::ParseCURLHttp(HTTPResponse& response, ALIAS_RET& ret, std::st
     Trim(response.body);
     RELAY_LOG(LOG_DEBUG, "HTTP: %d, Response: %s", response.status, response.body.c_str());
     status = response.status;
-    if (status != kHttpOk) {
+    if (status != Curl::kHttpOk) {
         ret = ResultOfStatus(status);
         return false;
     }
@@ -184,20 +160,20 @@ bool AliasRequest::GetResponseForDaemon(std::shared_ptr<Request> request, ALIAS_
 }
 
 bool AliasRequest::GetAliasName(std::shared_ptr<Request> request, std::string& alias) {
-    const auto pieces = request ? SplitForm(request->GetData()) : std::vector<std::string_view>();
-    const auto piece = std::find_if(pieces.begin(), pieces.end(),
-                                    [](auto p) { return p.substr(0, kAliasField.size()) == kAliasField; });
-    if (piece == pieces.end()) {
-        RELAY_LOG(LOG_ERR, "not found alias name from post data [%s]", MaskSecrets(pieces).c_str());
-        return false;
+    const std::string form = request ? request->GetData() : "";
+    for (const auto piece : Form::Split(form)) {
+        if (piece.substr(0, kAliasField.size()) == kAliasField) {
+            const auto value = piece.substr(kAliasField.size());
+            alias = value.substr(0, value.find('='));
+            return true;
+        }
     }
-    const auto value = piece->substr(kAliasField.size());
-    alias = value.substr(0, value.find('='));
-    return true;
+    RELAY_LOG(LOG_ERR, "not found alias name from post data [%s]", Form::Masked(form).c_str());
+    return false;
 }
 
 bool AliasRequest::IsSecretField(const std::string& key) {
-    return std::find(std::begin(kSecretFields), std::end(kSecretFields), key) != std::end(kSecretFields);
+    return Form::IsSecret(key);
 }
 
 }  // namespace ARDV::Relay

@@ -3,6 +3,7 @@
 
 #include <relay/daemon/log.h>
 #include <relay/request/curl_option.h>
+#include <relay/request/form.h>
 #include <relay/request/transfer_error.h>
 #include <relay/utils/json_text.h>
 
@@ -12,7 +13,6 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr int kHttpOk = 200;
 constexpr auto kTransferFailed = static_cast<RELAYD_RET>(2);
 
 constinit Curl::FailureRun gFailures;
@@ -25,7 +25,7 @@ struct StatusClass {
 
 // A client error counts as one of the network: authentication is refused in the body of an answer, never by its status.
 constexpr StatusClass kStatusClasses[] = {
-    {kHttpOk, kHttpOk, RELAYD_RET_SUCCESS},
+    {Curl::kHttpOk, Curl::kHttpOk, RELAYD_RET_SUCCESS},
     {400, 499, RELAYD_RET_ERR_NETWORK},
     {500, 599, RELAYD_RET_ERR_SERVER_BUSY},
 };
@@ -50,7 +50,7 @@ bool ParseOrLog(const std::string& text, Json::Value& out) {
     if (JsonText::Parse(text, out)) {
         return true;
     }
-    RELAY_LOG(LOG_DEBUG, "failed to parse response: %s", text.c_str());
+    RELAY_LOG(LOG_DEBUG, "failed to parse response: %s", Form::Masked(text).c_str());
     return false;
 }
 
@@ -122,7 +122,7 @@ bool Request::Send() {
     }
     done_ = true;
     httpStatus_ = GetHttpStatus();
-    return httpStatus_ == kHttpOk;
+    return httpStatus_ == Curl::kHttpOk;
 }
 
 bool Request::JobAdd(void* multi) {
@@ -186,11 +186,11 @@ CURLcode Request::GetCurlResult() const {
 }
 
 std::string Request::GetResponse() const {
-    return done_ && httpStatus_ == kHttpOk ? response_ : std::string();
+    return done_ && httpStatus_ == Curl::kHttpOk ? response_ : std::string();
 }
 
 bool Request::GetResponse(Json::Value& out) const {
-    return done_ && httpStatus_ == kHttpOk && ParseOrLog(response_, out);
+    return done_ && httpStatus_ == Curl::kHttpOk && ParseOrLog(response_, out);
 }
 
 const std::string& Request::GetUrl() const {
@@ -213,7 +213,7 @@ RELAYD_RET Request::GetError() const {
         return ResultOfFailure(curlResult_);
     }
     gFailures.End();
-    if (httpStatus_ != kHttpOk) {
+    if (httpStatus_ != Curl::kHttpOk) {
         RELAY_LOG(LOG_INFO, "http status: %d", httpStatus_);
     }
     return ResultOfStatus(httpStatus_);

@@ -23,8 +23,8 @@ struct ARDVRELAYD_API CurlCleanup {
  * One HTTP(S) exchange: a URL, a body, and what came back. It is run by `Send`, which blocks, or as a job of a transfer
  * engine:
  *
- * 1. `JobAdd(multi)`, with the multi handle's socket and timer callbacks set before (libcurl loses the sockets of
- * transfers that begin without them);
+ * 1. `JobAdd(multi)`, with the multi handle's socket and timer callbacks set before (libcurl loses the sockets of transfers
+ *    that begin without them);
  * 2. the engine drives the multi handle by curl_multi_socket_action and reads curl_multi_info_read;
  * 3. for each CURLMSG_DONE it finds the request that equals the message's easy handle and calls `JobDone(result)`;
  * 4. it reads the outcome (`GetError`, `GetResponse`) and calls `JobRemove(multi)`.
@@ -34,9 +34,10 @@ struct ARDVRELAYD_API CurlCleanup {
  * nothing throws.
  *
  * A transfer has 20 s to connect and 60 s in all, closes its connection, follows no redirect, and verifies the server's
- * certificate and name for URLs that begin with "https://". Trust is libcurl's default CA bundle file
- * and not its CA directory, beside which libcurl would parse the whole bundle anew for each connection. Where the
- * bundle cannot be read, libcurl refuses to connect.
+ * certificate and name for URLs that begin with "https://". Trust is libcurl's default CA bundle file and not its CA
+ * directory, beside which libcurl would parse the whole bundle anew for each connection. Where the bundle cannot be read,
+ * libcurl refuses to connect. A request that is used again, and the engine of its jobs, keep the parsed bundle for up to
+ * 24 hours (libcurl's CURLOPT_CA_CACHE_TIMEOUT): until then an authority that was taken out of the file is still trusted.
  */
 class ARDVRELAYD_API Request {
 public:
@@ -150,7 +151,10 @@ public:
     const std::string& GetUrl() const;
     const std::string& GetData() const;
 
-    /** The data parsed as JSON. False, with `out` as it was and a message of level 7, if it is none. */
+    /**
+     * The data parsed as JSON. False, with `out` as it was, if it is none; the message of level 7 shows it with the secret
+     * fields of a form as "***".
+     */
     bool GetData(Json::Value& out) const;
 
     /**

@@ -52,20 +52,24 @@ public:
     ~AliasRequest();
 
     /**
-     * Builds the request. Every command sends "mac", "key" and "model" of the device; those of them that a command
-     * names it takes from `data`, where they have the right JSON type:
+     * Builds the request. Every command sends "mac", "key" and "model" of the device, and takes further fields from `data`,
+     * each where it has the right JSON type:
      *
      * | command | "action" | page | from `data` |
      * |---|---|---|---|
-     * | map | "map_alias" | "alias_update.php" | "alias", "serial", "token", "id", "kova_account", "kova_password",
-     * "kova_id", "auth_key", "force" (strings), "smartdns_support_type" (integer) | | delete | "delete_alias" |
-     * "alias_update.php" | "alias", "serial", "token", "id" | | keep alive | "keep_alive_alias" | "alias_update.php" |
-     * "alias", "serial", "token", "id" | | query | "query_alias" | "alias_query.php" | "alias" | | none | | none | |
+     * | map | "map_alias" | "alias_update.php" | as keep alive, and the fields below |
+     * | delete | "delete_alias" | "alias_update.php" | "alias", "serial", "token", "id" |
+     * | keep alive | "keep_alive_alias" | "alias_update.php" | "alias", "serial", "token", "id" |
+     * | query | "query_alias" | "alias_query.php" | "alias" |
+     * | none | not sent | none | nothing |
+     *
+     * Only map takes "kova_account", "kova_password", "kova_id", "auth_key" and "force" (strings) and
+     * "smartdns_support_type" (integer).
      *
      * @param data a JSON object that passes `IsDataValid`; "url" is the server's base URL without a trailing slash
-     * @return false, with nothing changed, if `data` does not pass; false, with only the identity set and a message in
-     * the system's log, for `ALIAS_REQUEST_CMD_REFUSED`. True otherwise; a URL that libcurl refuses shows when the
-     * request is sent.
+     * @return false, with nothing changed, if `data` does not pass; false, with only the identity set and a message in the
+     *         system's log, for `ALIAS_REQUEST_CMD_REFUSED`. True otherwise; a URL that libcurl refuses shows when the
+     *         request is sent.
      */
     bool SetRequest(ALIAS_REQUEST_CMD cmd, const Json::Value& data);
 

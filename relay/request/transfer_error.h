@@ -5,6 +5,9 @@
 
 namespace ARDV::Relay::Curl {
 
+/** The one HTTP status that carries an answer. */
+inline constexpr int kHttpOk = 200;
+
 /** Whether a failed transfer means that the network or the peer let go: no connection, TLS, send, receive, time-out,
  * again. */
 bool IsNetworkError(CURLcode code);

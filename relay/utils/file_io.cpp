@@ -63,13 +63,22 @@ ReadResult ReadToEnd(int fd, std::size_t expected, std::size_t maxBytes, std::st
     return ReadResult::kRead;
 }
 
+int OpenForWriting(const std::string& path) {
+    if (!NoFollowIfShared(path)) {
+        return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kDefaultFileMode);
+    }
+    unlink(path.c_str());
+    return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kDefaultFileMode);
+}
+
 }  // namespace
 
 ReadResult ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& content) {
     // Not to block: a pipe in the place of the file must not hang its reader.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | NoFollowIfShared(path)));
     struct stat status = {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        !IsTrustworthy(file.Get(), path)) {
         return ReadResult::kUnreadable;
     }
     const auto size = static_cast<std::size_t>(status.st_size);
@@ -81,8 +90,7 @@ std::string TemporaryName(const std::string& path) {
 }
 
 WriteResult WriteTemporaryFile(const std::string& temporary, std::string_view content) {
-    unlink(temporary.c_str());
-    const Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kDefaultFileMode));
+    const Descriptor file(OpenForWriting(temporary));
     if (!file.IsOpen()) {
         return WriteResult::kNotOpened;
     }

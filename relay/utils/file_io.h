@@ -14,11 +14,11 @@ namespace ARDV::Relay::Utils {
 /** What became of a file that was to be read. */
 enum class ReadResult {
     kRead,
-    kUnreadable,  ///< missing, no regular file, not permitted, or an I/O error
+    kUnreadable,  ///< missing, no regular file, not permitted, not trustworthy, or an I/O error
     kTooLarge     ///< more than the caller allows
 };
 
-/** Reads a regular file whole, without following a symbolic link in a folder that everybody may write to. */
+/** Reads a regular file whole; in a folder that everybody may write to only one that `IsTrustworthy`. */
 ReadResult ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& content);
 
 /** What became of a temporary file that was to be written. */
@@ -32,8 +32,8 @@ enum class WriteResult {
 std::string TemporaryName(const std::string& path);
 
 /**
- * Writes a new file and flushes it to the disk. The file is always a fresh one: what stands under the name is removed,
- * so that in a folder that others write to nobody else owns it or holds it open. Its mode is the process's default.
+ * Writes a file, truncating what stands under its name, and flushes it to the disk. A new file has the process's default
+ * mode. In a folder that everybody may write to the file is always a new one, so that nobody else owns it or holds it open.
  */
 WriteResult WriteTemporaryFile(const std::string& temporary, std::string_view content);
 

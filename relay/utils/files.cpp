@@ -31,6 +31,9 @@ void FlushFolderOf(const std::string& path) {
 }  // namespace
 
 int RenameFile(const char* source, const char* target) {
+    if (!source || !target) {
+        return -1;
+    }
     if (ChangeMode(source, kKeptFileMode) != 0) {
         RELAY_LOG_AT(47, LOG_ERR, "chmod %s failed, errno: %d", source, errno);
     }
@@ -44,6 +47,9 @@ int RenameFile(const char* source, const char* target) {
 }
 
 void RenameBadFile(const char* path) {
+    if (!path) {
+        return;
+    }
     if (ChangeMode(path, kKeptFileMode) != 0) {
         RELAY_LOG_AT(59, LOG_ERR, "chmod %s failed, errno: %d", path, errno);
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/utils/json_text.h>
 
+#include <exception>
 #include <utility>
 
 #include <json/reader.h>
@@ -15,7 +16,7 @@ bool Parse(std::string_view text, Json::Value& value) {
         if (!reader.parse(text.data(), text.data() + text.size(), scratch, false)) {
             return false;
         }
-    } catch (const Json::Exception&) {
+    } catch (const std::exception&) {
         return false;
     }
     value = std::move(scratch);

@@ -17,8 +17,8 @@ namespace ARDV::Relay::JsonText {
 /**
  * Parses with the JSON library's permissive default features, without keeping comments.
  *
- * @return false, with `value` as it was, for text that is no JSON, and for what the library refuses by an exception:
- * more than 1,000 values within each other
+ * @return false, with `value` as it was, for text that is no JSON, for more than 1,000 values within each other, and for
+ *         want of memory
  */
 bool Parse(std::string_view text, Json::Value& value);
 

@@ -16,6 +16,12 @@ std::string FolderOf(const std::string& path);
  */
 int NoFollowIfShared(const std::string& path);
 
+/**
+ * Whether an open file may be taken for what it seems to be. In a folder that everybody may write to it must be a regular file with one name
+ * that belongs to this user or to root: anything else may be planted there, to be read, to be overwritten, or to have its mode changed.
+ */
+bool IsTrustworthy(int fd, const std::string& path);
+
 /** chmod(2) that does not follow a symbolic link in a folder that everybody may write to. */
 int ChangeMode(const std::string& path, mode_t mode);
 

@@ -18,13 +18,13 @@ namespace ARDV::Relay::Utils {
  * Puts a finished file in the place of another: sets its mode to 0644, renames it and flushes its folder to the disk.
  * `source` is gone afterwards in every case; on failure `target` is as it was.
  *
- * @return 0 if renamed; else the result of removing `source`: 0, or -1 if even that failed
+ * @return 0 if renamed; else the result of removing `source`: 0, or -1 if even that failed. -1, with nothing done, for a null pointer
  */
 ARDVRELAYD_API int RenameFile(const char* source, const char* target);
 
 /**
  * Quarantine: moves a damaged file out of the way, to `path` + ".bad", mode 0644, in the place of an earlier one. A
- * file that cannot be moved is deleted.
+ * file that cannot be moved is deleted. A null pointer is no file.
  */
 ARDVRELAYD_API void RenameBadFile(const char* path);
 
