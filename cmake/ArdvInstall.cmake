@@ -26,6 +26,9 @@ install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd-config.cmake ${PROJECT_BINARY_DIR
 # Relative, so that an installed copy may stand anywhere.
 file(RELATIVE_PATH ARDV_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" ARDV_PC_TO_PREFIX ${ARDV_PC_TO_PREFIX})
+if(ARDV_PLATFORM STREQUAL "linux")  # the linker must find what the library needs, also beside it in an unusual place
+  set(ARDV_PC_LINK_PLATFORM " -Wl,-rpath-link,\${libdir}")
+endif()
 configure_file(cmake/ardvrelayd.pc.in ardvrelayd.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(ARDV_PLATFORM STREQUAL "linux")

@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/config/switch_conf.h>
 
-#include <relay/config/smartdns_conf.h>
-#include <relay/config/support_channel_conf.h>
 #include <relay/utils/json_text.h>
 
 namespace ARDV::Relay {
 
 SwitchConf::~SwitchConf() = default;
-
-SupportChannelConf::~SupportChannelConf() = default;
-
-SmartDNSConf::~SmartDNSConf() = default;
 
 bool SwitchConf::Overwrite(const Json::Value& value) {
     JsonText::Take(value, "enabled", enabled_);

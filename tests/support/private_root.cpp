@@ -77,10 +77,28 @@ void OverlayWholeRoot() {
 void OverlayFolder(const fs::path& folder) {
     const auto target = kRoot / folder.relative_path();
     fs::create_directories(target);
-    const auto options = OverlayOptions(folder, folder.relative_path()) + ",userxattr";
-    if (mount("overlay", target.c_str(), "overlay", 0, options.c_str()) != 0) {
-        Mount(folder, target, nullptr, MS_BIND | MS_REC);
+    Mount("overlay", target, "overlay", 0, OverlayOptions(folder, folder.relative_path()) + ",userxattr");
+}
+
+// In a user namespace the files of the real root stay beyond reach below an overlay; a copy belongs to its maker.
+void CopyFolder(const fs::path& folder) {
+    fs::create_directories(kRoot / folder.relative_path());
+    std::error_code unreadable;
+    for (fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied), end;
+         entry != end; ++entry) {
+        const auto target = kRoot / entry->path().relative_path();
+        if (entry->is_symlink()) {
+            fs::copy_symlink(entry->path(), target, unreadable);
+        } else if (entry->is_directory()) {
+            fs::create_directories(target);
+        } else if (entry->is_regular_file()) {
+            fs::copy_file(entry->path(), target, unreadable);
+        }
     }
+}
+
+bool IsMadeAnew(const std::string& name) {
+    return name == "mnt" || name == "tmp" || name == "run" || name == "root";
 }
 
 void OverlayEachFolder() {
@@ -91,7 +109,9 @@ void OverlayEachFolder() {
             fs::copy_symlink(entry.path(), kRoot / name);
         } else if (name == "proc" || name == "sys" || name == "dev") {
             BindThrough(entry.path());
-        } else if (entry.is_directory() && name != "mnt" && name != "tmp" && name != "run") {
+        } else if (name == "etc") {
+            CopyFolder(entry.path());
+        } else if (entry.is_directory() && !IsMadeAnew(name)) {
             OverlayFolder(entry.path());
         }
     }
@@ -132,6 +152,7 @@ void Enter(const std::vector<std::string>& kept) {
     Mount("tmpfs", kStage, "tmpfs", 0, "mode=755");
     fs::create_directories(kRoot);
     isRoot ? OverlayWholeRoot() : OverlayEachFolder();
+    fs::create_directories(kRoot / "root");
     EmptyFolder("tmp", "1777");
     EmptyFolder("run", "755");
     for (const auto& folder : kept) {

@@ -1,29 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <csignal>
-#include <cstring>
-
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <iostream>
 
 #include "private_root.h"
 
-namespace {
-
-/** Without a private root no test runs: each is reported as not run, by name. */
-class PrivateRoot : public testing::Environment {
-public:
-    void SetUp() override {
-        std::string why;
-        if (!ardv::test::EnterPrivateRoot({ARDV_SOURCE_DIR, ARDV_BINARY_DIR}, why)) {
-            GTEST_SKIP() << "not run: this machine grants no private root (" << why << ")";
-        }
-    }
-};
-
-}  // namespace
-
+/** Runs the tests in a private root. Without one none of them runs, and the exit code tells the test runner so. */
 int main(int argc, char** argv) {
+    constexpr int kNotRun = 77;
     std::signal(SIGPIPE, SIG_IGN);  // a peer that goes away must not end the test
     testing::InitGoogleTest(&argc, argv);
-    testing::AddGlobalTestEnvironment(new PrivateRoot);
+    std::string why;
+    if (!GTEST_FLAG_GET(list_tests) && !ardv::test::EnterPrivateRoot({ARDV_SOURCE_DIR, ARDV_BINARY_DIR}, why)) {
+        std::cerr << "not run: this machine grants no private root (" << why << ")\n";
+        return kNotRun;
+    }
     return RUN_ALL_TESTS();
 }
