@@ -3,6 +3,7 @@
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstring>
@@ -65,12 +66,17 @@ Failure StoreWhole(const Result<std::string>& value, const Buffer& buffer) {
     return {};
 }
 
+bool CouldOthersHaveWritten(const struct stat& status) {
+    const bool isOthers = status.st_uid != 0 && status.st_uid != geteuid();
+    return isOthers || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
 Result<std::string> ReadIdentity() {
     Result<FileContents> contents = ReadFile(kIdentityFile, kMaxIdentityBytes);
     if (!contents) {
         return contents.Reason();
     }
-    if ((contents->status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    if (CouldOthersHaveWritten(contents->status)) {
         return MakeError(ARDV_ERR_UNSAFE_FILE);
     }
     return std::move(contents->text);

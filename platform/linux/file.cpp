@@ -76,7 +76,7 @@ SplitPath Split(std::string_view path) {
 }
 
 bool IsOpenToAll(const struct stat& folder) {
-    return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
+    return (folder.st_mode & S_IWOTH) != 0;
 }
 
 Failure CheckLinkOwner(const FilePlace& place, const struct stat& link) {

@@ -59,9 +59,9 @@ Result<FileContents> ReadFile(const std::string& path, std::size_t limit);
 Result<FileContents> ReadFile(const FilePlace& place, std::size_t limit);
 
 /// Finds the place of `path`, following symbolic links in its last part, so that a file behind a link can be replaced
-/// and the link stays. The file itself need not exist, its folder must. A link in a sticky folder that everybody may
-/// write to is followed only when it belongs to the caller or to the folder's owner, otherwise ARDV_ERR_ACCESS_DENIED:
-/// anybody could have put it there.
+/// and the link stays. The file itself need not exist, its folder must. A link in a folder that everybody may write to,
+/// sticky or not, is followed only when it belongs to the caller or to the folder's owner, otherwise
+/// ARDV_ERR_ACCESS_DENIED: anybody could have put it there.
 Result<FilePlace> LocateFile(std::string_view path);
 
 /// Waits for the exclusive right to replace the file at `place` and holds it as long as the descriptor lives. Excludes

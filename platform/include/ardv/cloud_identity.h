@@ -17,10 +17,12 @@ extern "C" {
 ///
 /// On generic Linux the identity is in the key/value file "/etc/ardv/identity.conf" (keys `serial`, `token`, `api_key`,
 /// `mac`), read anew by each call, so a changed file counts at once. It holds secrets and should have mode 0600. A file
-/// that group or others may write to is refused (ARDV_ERR_UNSAFE_FILE), since anybody could have put another identity
-/// there; one that they may read is accepted. Failures of reading it: ARDV_ERR_NOT_FOUND, ARDV_ERR_ACCESS_DENIED,
-/// ARDV_ERR_NOT_REGULAR, ARDV_ERR_TOO_LARGE (64 KiB), ARDV_ERR_IO, ARDV_ERR_NO_MEMORY; below they are called
-/// "unreadable".
+/// whose owner is neither root nor the effective user of the process, or that group or others may write to, is refused
+/// (ARDV_ERR_UNSAFE_FILE), since somebody else could have put another identity there; one that they may read is
+/// accepted. Behind a symbolic link the target's owner and mode count.
+///
+/// Failures of reading it, called "an unreadable identity" below: ARDV_ERR_NOT_FOUND, ARDV_ERR_ACCESS_DENIED,
+/// ARDV_ERR_NOT_REGULAR, ARDV_ERR_TOO_LARGE (more than 64 KiB), ARDV_ERR_UNSAFE_FILE, ARDV_ERR_IO, ARDV_ERR_NO_MEMORY.
 
 enum {
     ARDV_TOKEN_SIZE = 33,      ///< a token that `ARDVCloudServiceHstokenGenerateToken` makes: 32 characters and the NUL
@@ -35,9 +37,9 @@ enum {
 /// @param token buffer for the token and a NUL
 /// @param tokenSize its size in bytes, at least 1
 /// @return 0 when both are stored; neither is empty
-/// @return negative on failure, both buffers empty: ARDV_ERR_INVALID_ARGUMENT (null pointer, size 0), ARDV_ERR_NO_VALUE
-/// (serial or
-///         token missing or empty), ARDV_ERR_BUFFER_TOO_SMALL, ARDV_ERR_BAD_VALUE (NUL byte), or an unreadable identity
+/// @return negative on failure, both buffers empty: ARDV_ERR_INVALID_ARGUMENT (null pointer, size 0),
+///         ARDV_ERR_NO_VALUE (serial or token missing or empty), ARDV_ERR_BUFFER_TOO_SMALL,
+///         ARDV_ERR_BAD_VALUE (NUL byte), or an unreadable identity
 ARDVPLATFORM_API int ARDVCloudServiceHstokenGetToken(char* serial, size_t serialSize, char* token, size_t tokenSize);
 
 /// Makes the token that belongs to a serial number on this device. The same serial and API key give the same token;
@@ -60,8 +62,8 @@ ARDVPLATFORM_API int ARDVCloudServiceHstokenGenerateToken(const char* serial, ch
 /// @param flags 0; no flag is defined
 /// @return 0 when the key is stored; it isn't empty
 /// @return negative on failure, the buffer empty: ARDV_ERR_INVALID_ARGUMENT (null pointer, unknown flag),
-/// ARDV_ERR_NO_VALUE (missing or
-///         empty), ARDV_ERR_BUFFER_TOO_SMALL, ARDV_ERR_BAD_VALUE (NUL byte), or an unreadable identity
+///         ARDV_ERR_NO_VALUE (missing or empty), ARDV_ERR_BUFFER_TOO_SMALL, ARDV_ERR_BAD_VALUE (NUL byte),
+///         or an unreadable identity
 ARDVPLATFORM_API int ARDVCloudServiceGetApiKey(char* key, int flags);
 
 /// Reads the MAC address by which the service knows the device. It is one for the whole device, not that of an
@@ -77,7 +79,7 @@ ARDVPLATFORM_API int ARDVCloudServiceGetApiKey(char* key, int flags);
 /// @param size its size in bytes, at least `ARDV_MAC_SIZE`
 /// @return 0 when the address is stored
 /// @return negative on failure, the buffer empty: ARDV_ERR_INVALID_ARGUMENT (null pointer, size 0),
-/// ARDV_ERR_BUFFER_TOO_SMALL,
+///         ARDV_ERR_BUFFER_TOO_SMALL,
 ///         ARDV_ERR_BAD_VALUE (`mac` isn't the address of one device: malformed, zero or a group address),
 ///         ARDV_ERR_NO_DEVICE (no such interface), or an identity file that is there and unreadable
 ARDVPLATFORM_API int ARDVHsinfoCloudServiceGetMacAddress(char* mac, size_t size);

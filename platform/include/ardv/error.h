@@ -26,8 +26,7 @@ enum ArdvErrorCode {
     ARDV_ERR_NO_MEMORY = 0x0200,         ///< memory ran out
     ARDV_ERR_INTERNAL = 0x0300,          ///< a fault of the platform itself
     ARDV_ERR_NOT_FOUND = 0x0400,         ///< the file, or a folder on its path, doesn't exist
-    ARDV_ERR_ACCESS_DENIED =
-        0x0500,  ///< the system refused: permissions, a read-only file system, a foreign symbolic link
+    ARDV_ERR_ACCESS_DENIED = 0x0500,     ///< permissions, a read-only file system, a stranger's symbolic link
     ARDV_ERR_NOT_REGULAR = 0x0600,       ///< the path names something other than a regular file
     ARDV_ERR_TOO_LARGE = 0x0700,         ///< the file is, or would become, larger than the documented bound
     ARDV_ERR_IO = 0x0800,                ///< opening, reading, writing or renaming failed for another reason
@@ -35,7 +34,7 @@ enum ArdvErrorCode {
     ARDV_ERR_NO_VALUE = 0x0A00,          ///< a needed setting is missing or empty
     ARDV_ERR_BAD_VALUE = 0x0B00,         ///< a setting is there and makes no sense
     ARDV_ERR_BUFFER_TOO_SMALL = 0x0C00,  ///< the caller's buffer can't hold a value that must not be cut
-    ARDV_ERR_UNSAFE_FILE = 0x0D00,       ///< a file of secrets could have been written by others
+    ARDV_ERR_UNSAFE_FILE = 0x0D00,       ///< a file of secrets belongs to others, or they may write to it
     ARDV_ERR_NO_DEVICE = 0x0E00,         ///< no suitable network interface
     ARDV_ERR_CRYPTO = 0x0F00,            ///< the cryptographic library failed
 };

@@ -18,17 +18,15 @@ extern "C" {
 ///
 /// - A line whose first byte after leading blanks is `#` is a comment.
 /// - Any other line with an `=` is an entry. The key is what stands before the first `=`, without blanks around it.
-/// Keys are
-///   compared byte by byte. A line without `=`, or with nothing before it, is ignored.
+///   Keys are compared byte by byte. A line without `=`, or with nothing before it, is ignored.
 /// - The value begins after the `=` and any blanks.
-///   - In double quotes it ends at the next `"`. Inside, `\"` is a quote and `\\` a backslash; any other backslash is
-///   itself.
+///   - In double quotes it ends at the next `"`. Inside, `\"` is a quote and `\\` a backslash;
+///     any other backslash is itself.
 ///   - In single quotes it ends at the next `'`. There are no escapes.
 ///   - A quote that isn't closed takes the rest of the line, blanks and `#` included.
 ///   - Text after a closing quote is ignored.
 ///   - Without quotes it ends at a `#` that follows a blank, or at the end of the line, and loses its blanks at the
-///   end.
-///     (`a= #x` is empty, `a=#x` is `#x`, `a=b#c` is `b#c`.)
+///     end. (`a= #x` is empty, `a=#x` is `#x`, `a=b#c` is `b#c`.)
 /// - The first entry of a key counts, for every function here; later ones are never looked at.
 /// - A NUL byte is a byte like any other. A value that contains one is seen by C callers up to it.
 ///
@@ -56,8 +54,8 @@ enum { ARDV_KEY_VALUE_FILE_MAX = 64 * 1024 * 1024 };
 /// @param file path of the file
 /// @param key the key; not empty
 /// @param value buffer that takes the value and a terminating NUL. A longer value is cut: its first `size` - 1 bytes
-/// are stored, and
-///        the result is still 1. After an absence or a failure the buffer holds the empty text, if it's usable at all.
+///        are stored, and the result is still 1. After an absence or a failure the buffer holds the empty text, if it's
+///        usable at all.
 /// @param size size of `value` in bytes, at least 1
 /// @param flags 0; no flag is defined
 /// @return 1 when the key is there, even with an empty value
@@ -76,7 +74,7 @@ ARDVPLATFORM_API int ALIBCFileGetKeyValue(const char* file, const char* key, cha
 /// after a crash either content is there in full. Mode, owner and group are kept; where the system doesn't let the
 /// caller keep them, the call fails. Hard links to the old file keep the old content, and extended attributes aren't
 /// carried over. A symbolic link stays and its target is replaced; a link in a folder that everybody may write to is
-/// followed only if it is the caller's own or belongs to the folder's owner.
+/// followed only if it is the caller's own or belongs to the folder's owner (ARDV_ERR_ACCESS_DENIED otherwise).
 ///
 /// Writers wait for each other, without a limit of time, on a lock file ".NAME.lock" (mode 0600) beside the file, which
 /// stays there for good. So no change is lost when several processes or threads set different keys.
@@ -87,8 +85,7 @@ ARDVPLATFORM_API int ALIBCFileGetKeyValue(const char* file, const char* key, cha
 /// @param flags 0; no flag is defined
 /// @return 0 when the key has the value
 /// @return negative on failure; the error triple is set. The file is as it was and no temporary file is left. (Only if
-/// flushing
-///         the folder fails, the last step, the new content is in place although the result is negative.)
+///         flushing the folder fails, the last step, the new content is in place although the result is negative.)
 ARDVPLATFORM_API int ALIBCFileSetKeyValue(const char* file, const char* key, const char* value, int flags);
 
 /// Tells whether a key has exactly a given value.
@@ -99,8 +96,7 @@ ARDVPLATFORM_API int ALIBCFileSetKeyValue(const char* file, const char* key, con
 /// @param flags 0; no flag is defined
 /// @return 1 when the key is there and has this value; an empty `value` matches a key that is there and empty
 /// @return 0 otherwise. If the reason is a missing or unreadable file, a null pointer, an empty key or an unknown flag,
-/// the error
-///         triple is set; if it is an absent key or another value, the triple is left alone
+///         the error triple is set; if it is an absent key or another value, the triple is left alone
 ARDVPLATFORM_API int ALIBCFileCheckKeyValue(const char* file, const char* key, const char* value, int flags);
 
 #ifdef __cplusplus

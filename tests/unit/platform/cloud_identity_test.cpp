@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
 
 #include <ardv/error.h>
 
+#include "child_process.h"
 #include "made_file.h"
 
 namespace ARDV::Platform::Test {
@@ -17,6 +19,8 @@ namespace {
 
 using namespace std::string_literals;
 
+constexpr uid_t kUser = 1234;
+constexpr uid_t kOtherUser = 4321;
 constexpr const char* kIdentityFile = "/etc/ardv/identity.conf";
 constexpr const char* kIdentity =
     "serial=\"AV220-0001\"\ntoken=\"0123456789abcdef0123456789abcdef\"\napi_key=\"Jefe\"\nmac=02:00:5E:10:00:AB\n";
@@ -67,6 +71,33 @@ std::string ApiKey() {
 
 std::string Mac(std::size_t size = 1024) {
     return Stored([=](char* buffer) { return ARDVHsinfoCloudServiceGetMacAddress(buffer, size); });
+}
+
+void ExpectUnsafe() {
+    ExpectNoToken(ARDV_ERR_UNSAFE_FILE);
+    EXPECT_EQ(ApiKey(), "(failure)");
+    EXPECT_EQ(GenerateToken("AV220-0001"), "(failure)");
+    EXPECT_EQ(Mac(), "(failure)");
+    EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_UNSAFE_FILE);
+}
+
+/// Gives the identity file to a user. False in a private root of an ordinary user, where no second user exists.
+bool GiveFileTo(uid_t user) {
+    return chown(kIdentityFile, user, 0) == 0;
+}
+
+/// Whether a process whose effective user this is gets the serial number and token: "yes", "unsafe", or what else
+/// happened.
+std::string IsReadBy(uid_t user) {
+    const int result = ChildProcess([user] {
+                           if (seteuid(user) != 0) {
+                               return 2;
+                           }
+                           const bool got = GetToken().result == 0;
+                           return got ? 0 : ALIBCErrGet() == ARDV_ERR_UNSAFE_FILE ? 1 : 3;
+                       }).Wait();
+    constexpr const char* kAnswers[] = {"yes", "unsafe", "no such user", "another failure"};
+    return result < 4 ? kAnswers[result] : "died";
 }
 
 }  // namespace
@@ -139,12 +170,38 @@ TEST_F(CloudIdentity, FailsOnAFileThatIsLongerThanItSays) {
 TEST_F(CloudIdentity, IsRefusedWhenOthersCouldHaveWrittenIt) {
     for (const mode_t mode : {0620U, 0602U, 0666U}) {
         ASSERT_EQ(chmod(kIdentityFile, mode), 0);
-        ExpectNoToken(ARDV_ERR_UNSAFE_FILE);
-        EXPECT_EQ(ApiKey(), "(failure)");
-        EXPECT_EQ(GenerateToken("AV220-0001"), "(failure)");
-        EXPECT_EQ(Mac(), "(failure)");
-        EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_UNSAFE_FILE);
+        ExpectUnsafe();
     }
+}
+
+TEST_F(CloudIdentity, IsRefusedWhenItBelongsToAnotherUser) {
+    if (!GiveFileTo(kUser)) {
+        GTEST_SKIP() << "needs root";
+    }
+    ExpectUnsafe();
+    ASSERT_EQ(chmod(kIdentityFile, 0644), 0);
+    EXPECT_EQ(IsReadBy(kOtherUser), "unsafe");
+}
+
+TEST_F(CloudIdentity, IsAcceptedWhenItBelongsToTheEffectiveUserOrToRoot) {
+    if (!GiveFileTo(kUser)) {
+        GTEST_SKIP() << "needs root";
+    }
+    EXPECT_EQ(IsReadBy(kUser), "yes");
+    ASSERT_TRUE(GiveFileTo(0));
+    ASSERT_EQ(chmod(kIdentityFile, 0644), 0);
+    EXPECT_EQ(IsReadBy(kUser), "yes");
+}
+
+TEST_F(CloudIdentity, IsJudgedByTheFileBehindALink) {
+    const ScratchFolder folder;
+    const std::string target = MakeFile(folder, "identity.conf", kIdentity);
+    std::filesystem::remove(kIdentityFile);
+    std::filesystem::create_symlink(target, kIdentityFile);
+    ASSERT_EQ(chmod(target.c_str(), 0600), 0);
+    EXPECT_EQ(GetToken().result, 0);
+    ASSERT_EQ(chmod(target.c_str(), 0602), 0);
+    ExpectUnsafe();
 }
 
 TEST_F(CloudIdentity, IsAcceptedWhenOthersMayReadIt) {

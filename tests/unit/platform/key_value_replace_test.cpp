@@ -26,6 +26,7 @@ namespace ARDV::Platform::Test {
 namespace {
 
 constexpr uid_t kOtherUser = 65534;
+constexpr uid_t kStranger = 1234;
 const std::set<std::string> kFileAndLock = {".a.conf.lock", "a.conf"};
 
 int Set(const std::string& file, const std::string& key, const std::string& value) {
@@ -95,8 +96,22 @@ bool OtherUsersExist() {
 
 class KeyValueReplacement : public testing::Test {
 protected:
+    /// A user's link "open/a.conf", in a folder of this mode, to the file at `victim_`. Returns its path.
+    std::string MakeLinkOf(uid_t user, mode_t folderMode) const {
+        const std::string open = folder_.File("open");
+        const std::string link = open + "/a.conf";
+        MakeFile(folder_, "victim.conf", "k=old\n");
+        std::filesystem::remove_all(open);
+        std::filesystem::create_directory(open);
+        std::filesystem::create_symlink(victim_, link);
+        EXPECT_EQ(lchown(link.c_str(), user, user), 0);
+        EXPECT_EQ(chmod(open.c_str(), folderMode), 0);
+        return link;
+    }
+
     ScratchFolder folder_;
     const std::string file_ = folder_.File("a.conf");
+    const std::string victim_ = folder_.File("victim.conf");
 };
 
 TEST_F(KeyValueReplacement, CreatesAMissingFileThatEverybodyMayRead) {
@@ -201,18 +216,35 @@ TEST_F(KeyValueReplacement, RefusesAStrangersLinkInAFolderOpenToAll) {
     if (!OtherUsersExist()) {
         GTEST_SKIP() << "needs root";
     }
-    const std::string victim = MakeFile(folder_, "victim.conf", "k=old\n");
-    const std::string open = folder_.File("open");
-    std::filesystem::create_directory(open);
-    ASSERT_EQ(chmod(open.c_str(), 01777), 0);
-    std::filesystem::create_symlink(victim, open + "/a.conf");
-    ASSERT_EQ(lchown((open + "/a.conf").c_str(), 1234, 1234), 0);
-    ExpectRefusedSet(open + "/a.conf", ARDV_ERR_ACCESS_DENIED);
-    EXPECT_EQ(ReadText(victim), "k=old\n");
+    for (const mode_t mode : {01777U, 0777U, 0702U}) {
+        const std::string link = MakeLinkOf(kStranger, mode);
+        ExpectRefusedSet(link, ARDV_ERR_ACCESS_DENIED);
+        EXPECT_EQ(ReadText(victim_), "k=old\n");
+        EXPECT_EQ(folder_.Names(), (std::set<std::string>{"open", "victim.conf"})) << "no lock beside the target";
 
-    ASSERT_EQ(lchown((open + "/a.conf").c_str(), geteuid(), getegid()), 0);
-    EXPECT_EQ(Set(open + "/a.conf", "k", "new"), 0);
-    EXPECT_EQ(ReadText(victim), "k=\"new\"\n");
+        ASSERT_EQ(lchown(link.c_str(), geteuid(), getegid()), 0);
+        EXPECT_EQ(Set(link, "k", "new"), 0);
+        EXPECT_EQ(ReadText(victim_), "k=\"new\"\n");
+        std::filesystem::remove(folder_.File(".victim.conf.lock"));
+    }
+}
+
+TEST_F(KeyValueReplacement, FollowsAStrangersLinkWhereOnlyTheOwnerCouldHavePutIt) {
+    if (!OtherUsersExist()) {
+        GTEST_SKIP() << "needs root";
+    }
+    EXPECT_EQ(Set(MakeLinkOf(kStranger, 0755), "k", "new"), 0);
+    EXPECT_EQ(ReadText(victim_), "k=\"new\"\n");
+}
+
+TEST_F(KeyValueReplacement, FollowsALinkOfTheFoldersOwner) {
+    if (!OtherUsersExist()) {
+        GTEST_SKIP() << "needs root";
+    }
+    const std::string link = MakeLinkOf(kStranger, 0777);
+    ASSERT_EQ(chown(folder_.File("open").c_str(), kStranger, kStranger), 0);
+    EXPECT_EQ(Set(link, "k", "new"), 0);
+    EXPECT_EQ(ReadText(victim_), "k=\"new\"\n");
 }
 
 TEST_F(KeyValueReplacement, NeverFollowsALinkInPlaceOfTheLock) {

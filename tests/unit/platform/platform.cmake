@@ -1,12 +1,34 @@
 # SPDX-License-Identifier: Apache-2.0
-ardv_add_test(ardv_platform_tests
-  unit/platform/cloud_identity_test.cpp
+# ardv_platform_tests: what the headers of platform/include/ardv promise of every platform, against the one that is linked.
+set(platform_sources
   unit/platform/error_test.cpp
   unit/platform/key_value_file_test.cpp
   unit/platform/key_value_replace_test.cpp
   unit/platform/key_value_text_test.cpp
   unit/platform/platform_headers.c
   unit/platform/platform_headers_test.cpp
-  unit/platform/user_agent_test.cpp
-  unit/platform/wired_interface_test.cpp)
-target_link_libraries(ardv_platform_tests PRIVATE ardvplatform ardv_key_value_text OpenSSL::Crypto)
+  unit/platform/user_agent_test.cpp)
+# What generic Linux alone promises: its identity file and choice of an interface, the names of its sources, its version.
+if(ARDV_PLATFORM STREQUAL "linux")
+  list(APPEND platform_sources
+    unit/platform/cloud_identity_test.cpp
+    unit/platform/error_place_test.cpp
+    unit/platform/user_agent_version_test.cpp
+    unit/platform/wired_interface_test.cpp)
+endif()
+ardv_add_test(ardv_platform_tests ${platform_sources})
+target_compile_definitions(ardv_platform_tests PRIVATE ARDV_VERSION="${PROJECT_VERSION}")
+target_link_libraries(ardv_platform_tests PRIVATE ardvplatform ardv_key_value_text)
+
+# How a build chooses its platform. Each test configures the project in a folder of its own.
+function(ardv_add_platform_choice_test name)
+  add_test(NAME platform_choice.${name}
+           COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/unit/platform/platform_choice ${PROJECT_SOURCE_DIR} ${ARGN})
+  set_tests_properties(platform_choice.${name} PROPERTIES
+    ENVIRONMENT "CC=${CMAKE_C_COMPILER};CXX=${CMAKE_CXX_COMPILER}" TIMEOUT 300)
+endfunction()
+ardv_add_platform_choice_test(RefusesAnUnknownPlatform refuses "must be \"linux\" or \"device\"" -DARDV_PLATFORM=toaster)
+ardv_add_platform_choice_test(RefusesADeviceWithoutLibraries refuses "needs ARDV_DEVICE_LIBRARIES" -DARDV_PLATFORM=device)
+if(ARDV_PLATFORM STREQUAL "linux")
+  ardv_add_platform_choice_test(LinksADevicesLibraryInsteadOfItsOwn links $<TARGET_FILE:ardvplatform>)
+endif()
