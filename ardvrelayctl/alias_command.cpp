@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "alias_command.h"
 
-#include <algorithm>
 #include <iostream>
-#include <iterator>
+#include <stdexcept>
 
 #include <CLI/CLI.hpp>
 
@@ -12,6 +11,9 @@
 
 #include "alias_report.h"
 #include "output.h"
+#include "server_url.h"
+#include "table.h"
+#include "text.h"
 
 namespace ardv::ctl {
 
@@ -26,6 +28,9 @@ struct Action {
     const char* help;
 };
 
+constexpr std::size_t kMaxRecordedExtra = 1024;
+constexpr const char kNotRecorded[] = "the outcome could not be recorded in the alias status file";
+
 constexpr Action kActions[] = {
     {"map", ALIAS_REQUEST_CMD_MAP, true, "Map the alias to this device"},
     {"keep-alive", ALIAS_REQUEST_CMD_KEEP_ALIVE, true,
@@ -35,9 +40,8 @@ constexpr Action kActions[] = {
 };
 
 ALIAS_RET ResultOfWord(const std::string& word) {
-    const auto* row =
-        std::find_if(std::begin(gRetMapper), std::end(gRetMapper), [&](const auto& r) { return r.status == word; });
-    return row == std::end(gRetMapper) || word.empty() ? ALIAS_RET_UNKNOWN : row->ret;
+    const auto* row = FindRow(gRetMapper, [&](const AliasRetMap& r) { return r.status == word; });
+    return row && !word.empty() ? row->ret : ALIAS_RET_UNKNOWN;
 }
 
 std::string DetailOf(const std::string& reply) {
@@ -61,9 +65,35 @@ Outcome SendRequest(AliasRequest& request) {
     return outcome;
 }
 
+bool Record(const std::string& alias, const Outcome& outcome) {
+    return AliasStatus().SetStatus(alias, outcome.word, WellFormed(outcome.extra, kMaxRecordedExtra), true);
+}
+
+void Report(const Action& action, const std::string& alias, const Outcome& outcome, bool isRecorded, bool asJson) {
+    if (asJson) {
+        Json::Value report = OutcomeAsJson(action.name, alias, outcome);
+        if (!isRecorded) {
+            AddFailure(report, kNotRecorded, kExitCantCreate);
+        }
+        PrintJson(report);
+    } else {
+        PrintOutcome(outcome);
+    }
+    if (!isRecorded) {
+        Complain(kNotRecorded);
+    }
+}
+
+// Recorded before it is reported: what became of the alias must not be lost where nobody reads the report.
+ExitCode SendAndReport(const Action& action, const std::string& alias, AliasRequest& request, bool asJson) {
+    const Outcome outcome = SendRequest(request);
+    const bool isRecorded = !action.isRecorded || Record(alias, outcome);
+    Report(action, alias, outcome, isRecorded, asJson);
+    return isRecorded ? ExitCodeOf(outcome.ret) : kExitCantCreate;
+}
+
 ExitCode RunAction(const Action& action, const AliasOptions& options) {
     const Json::Value data = GatherRequestData(options);
-    const std::string alias = data["alias"].asString();
     AliasRequest request;
     if (!request.SetRequest(action.cmd, data)) {
         throw std::runtime_error("the request cannot be made (--verbose tells more)");
@@ -72,13 +102,7 @@ ExitCode RunAction(const Action& action, const AliasOptions& options) {
         PrintRequest(request, options.json);
         return kExitSuccess;
     }
-    const Outcome outcome = SendRequest(request);
-    options.json ? PrintOutcomeAsJson(action.name, alias, outcome) : PrintOutcome(outcome);
-    if (action.isRecorded && !AliasStatus().SetStatus(alias, outcome.word, outcome.extra, true)) {
-        Complain("the outcome could not be recorded in the alias status file");
-        return kExitCantCreate;
-    }
-    return ExitCodeOf(outcome.ret);
+    return SendAndReport(action, data["alias"].asString(), request, options.json);
 }
 
 ExitCode ShowStatus(const AliasOptions& options) {
@@ -95,26 +119,38 @@ ExitCode ShowStatus(const AliasOptions& options) {
         report["extra"] = extra;
         PrintJson(report);
     } else {
-        std::cout << Printable(word) << (extra.empty() ? "" : ": " + Printable(extra)) << '\n';
+        std::cout << Excerpt(word) << (extra.empty() ? "" : ": " + Excerpt(extra)) << '\n';
     }
     return ExitCodeOf(ResultOfWord(word));
 }
 
+std::string UrlFault(const std::string& url) {
+    const char* fault = WhatIsWrongWithUrl(url);
+    return fault ? fault : "";
+}
+
+// An empty text would count as an option that was not given, which is not what a script with an empty variable means.
+std::string TextFault(const std::string& text) {
+    return text.empty() ? "must not be empty" : "";
+}
+
+void AddText(CLI::App& command, const char* name, std::string& text, const char* help, const char* type) {
+    command.add_option(name, text, help)->type_name(type)->check(CLI::Validator(TextFault, ""));
+}
+
 void AddMapOptions(CLI::App& map, AliasOptions& options) {
-    map.add_option("--account", options.account, "The owner's account at the account service")->type_name("NAME");
-    map.add_option("--account-id", options.accountId, "The owner's account number")->type_name("ID");
-    map.add_option("--password-file", options.passwordFile,
-                   "File whose first line is the account's password; - for standard input")
-        ->type_name("FILE");
-    map.add_option("--auth-key-file", options.authKeyFile,
-                   "File whose first line is an authorisation key; - for standard input")
-        ->type_name("FILE");
+    AddText(map, "--account", options.account, "The owner's account at the account service", "NAME");
+    AddText(map, "--account-id", options.accountId, "The owner's account number", "ID");
+    AddText(map, "--password-file", options.passwordFile,
+            "File, closed to other users, whose first line is the account's password; - for standard input", "FILE");
+    AddText(map, "--auth-key-file", options.authKeyFile,
+            "File, closed to other users, whose first line is an authorisation key; - for standard input", "FILE");
     map.add_flag("--force", options.force, "Take the alias over from another device of the same account");
 }
 
 CLI::App* AddSubcommand(CLI::App& alias, const char* name, const char* help, AliasOptions& options) {
     auto* command = alias.add_subcommand(name, help);
-    command->add_option("--alias", options.alias, "Another alias than the configured one")->type_name("NAME");
+    AddText(*command, "--alias", options.alias, "Another alias than the configured one", "NAME");
     command->add_flag("--json", options.json, "Print JSON, for programs");
     return command;
 }
@@ -126,7 +162,9 @@ void AddAliasCommand(CLI::App& app, AliasOptions& options, ExitCode& exitCode) {
     alias->require_subcommand(1);
     for (const auto& action : kActions) {
         auto* command = AddSubcommand(*alias, action.name, action.help, options);
-        command->add_option("--url", options.url, "Another alias server than the configured one")->type_name("URL");
+        command->add_option("--url", options.url, "Another alias server than the configured one: http:// or https://")
+            ->type_name("URL")
+            ->check(CLI::Validator(UrlFault, ""));
         command->add_flag("--dry-run", options.dryRun, "Print the request, with its secrets masked, and send nothing");
         if (action.cmd == ALIAS_REQUEST_CMD_MAP) {
             AddMapOptions(*command, options);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "alias_report.h"
 
-#include <algorithm>
 #include <iostream>
-#include <iterator>
 
 #include "output.h"
+#include "table.h"
+#include "text.h"
 
 namespace ardv::ctl {
 
@@ -49,20 +49,17 @@ constexpr RetryWord kRetryWords[] = {
 
 const char* ReasonOf(const Outcome& outcome) {
     if (outcome.ret == ALIAS_RET_UNKNOWN && outcome.httpStatus < 0) {
-        return "the exchange failed: the server's certificate is not trusted, or it does not speak HTTP (--verbose "
-               "tells more)";
+        return "the exchange failed: no answer that can be trusted or understood (--verbose tells more)";
     }
-    const auto* row =
-        std::find_if(std::begin(kReasons), std::end(kReasons), [&](const auto& r) { return r.ret == outcome.ret; });
-    return row == std::end(kReasons) ? "" : row->text;
+    const auto* row = FindRow(kReasons, [&](const Reason& r) { return r.ret == outcome.ret; });
+    return row ? row->text : "";
 }
 
 const char* RetryWordOf(ALIAS_RET ret) {
     ALIAS_RETRY_TYPE type = ALIAS_RETRY_TYPE_NONE;
     AliasRequest::GetRetryType(ret, type);
-    const auto* row =
-        std::find_if(std::begin(kRetryWords), std::end(kRetryWords), [type](const auto& r) { return r.type == type; });
-    return row == std::end(kRetryWords) ? "" : row->word;
+    const auto* row = FindRow(kRetryWords, [type](const RetryWord& r) { return r.type == type; });
+    return row ? row->word : "";
 }
 
 Json::Value Masked(const Json::Value& fields) {
@@ -77,7 +74,7 @@ Json::Value Masked(const Json::Value& fields) {
 
 }  // namespace
 
-void PrintOutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome) {
+Json::Value OutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome) {
     Json::Value report(Json::objectValue);
     report["action"] = action;
     report["alias"] = alias;
@@ -91,7 +88,7 @@ void PrintOutcomeAsJson(const std::string& action, const std::string& alias, con
     if (!outcome.answer.isNull()) {
         report["answer"] = outcome.answer;
     }
-    PrintJson(report);
+    return report;
 }
 
 void PrintOutcome(const Outcome& outcome) {
@@ -100,7 +97,7 @@ void PrintOutcome(const Outcome& outcome) {
         PrintMembers(outcome.answer);
     }
     if (outcome.ret != ALIAS_RET_SUCCESS) {
-        Complain(ReasonOf(outcome) + (outcome.extra.empty() ? "" : " (" + outcome.extra + ")"));
+        Complain(ReasonOf(outcome) + (outcome.extra.empty() ? "" : " (" + Excerpt(outcome.extra) + ")"));
     }
 }
 

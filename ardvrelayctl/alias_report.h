@@ -18,8 +18,8 @@ struct Outcome {
     Json::Value answer;  // null, or the JSON answer
 };
 
-/** Prints the outcome of a request for a program to read. */
-void PrintOutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome);
+/** The outcome of a request for a program to read. */
+Json::Value OutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome);
 
 /** Prints the status word, and what a person should know of a failure. */
 void PrintOutcome(const Outcome& outcome);

@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "alias_request.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <stdexcept>
 
-#include <relay/config/config.h>
-
 #include "secret_file.h"
+#include "server_url.h"
 
 namespace ardv::ctl {
 
-using ARDV::Relay::RelaydConf;
-
 namespace {
+
+constexpr const char kNoIdentity[] =
+    "the device has no identity: serial and token are missing or cannot be read in its token store (--verbose tells "
+    "more)";
 
 struct Needed {
     const char* key;
@@ -24,22 +21,11 @@ struct Needed {
 
 // In the order in which a new device gets them.
 constexpr Needed kNeeded[] = {
-    {"serial", "the device has no identity: serial and token are missing in its token store"},
-    {"token", "the device has no identity: serial and token are missing in its token store"},
+    {"serial", kNoIdentity},
+    {"token", kNoIdentity},
     {"id", "the device has no server identifier: \"serverID\" is missing in the configuration"},
     {"alias", "no alias is set: give one with --alias, or set \"alias\" under \"server_alias\" in the configuration"},
 };
-
-RelaydConf LoadConfiguration(const std::string& path) {
-    if (access(path.c_str(), R_OK) != 0) {
-        throw std::runtime_error("cannot read the configuration " + path + ": " + std::strerror(errno));
-    }
-    RelaydConf conf(nullptr);
-    if (!conf.ReadConfigFile(path)) {
-        throw std::runtime_error("the configuration " + path + " is damaged or not valid (--verbose tells more)");
-    }
-    return conf;
-}
 
 void SetIfGiven(Json::Value& data, const char* key, const std::string& text) {
     if (!text.empty()) {
@@ -49,7 +35,15 @@ void SetIfGiven(Json::Value& data, const char* key, const std::string& text) {
 
 void SetFromFile(Json::Value& data, const char* key, const std::string& path) {
     if (!path.empty()) {
-        data[key] = ReadSecret(path);
+        std::string secret = ReadSecret(path);
+        data[key] = secret;
+        Wipe(secret);
+    }
+}
+
+void CheckUrl(const std::string& url) {
+    if (const char* fault = WhatIsWrongWithUrl(url)) {
+        throw std::runtime_error(std::string("the configured alias server cannot be used: ") + fault);
     }
 }
 
@@ -62,6 +56,7 @@ Json::Value GatherRequestData(const AliasOptions& options) {
     SetIfGiven(data, "url", options.url);
     SetIfGiven(data, "kova_account", options.account);
     SetIfGiven(data, "kova_id", options.accountId);
+    CheckUrl(data["url"].asString());
     SetFromFile(data, "kova_password", options.passwordFile);
     SetFromFile(data, "auth_key", options.authKeyFile);
     SetIfGiven(data, "force", options.force ? "true" : "");

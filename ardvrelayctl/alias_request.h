@@ -5,13 +5,13 @@
 
 #include <json/value.h>
 
-#include <relay/request/request_alias.h>
+#include "configuration.h"
 
 namespace ardv::ctl {
 
 /** What the user asked for. Empty texts were not given. */
 struct AliasOptions {
-    std::string configFile = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
+    std::string configFile = kDefaultConfigFile;
     std::string alias;
     std::string url;
     std::string account;
@@ -26,8 +26,8 @@ struct AliasOptions {
 /**
  * Gathers what a request carries from the main configuration file, the device's identity and the options.
  *
- * @throws std::runtime_error, with words for the user, if the configuration cannot be used, or if alias, identity or
- * server identifier are missing
+ * @throws std::runtime_error, with words for the user, if the configuration or a secret's file cannot be used, if the
+ *         configured server's URL is none that is accepted, or if alias, identity or server identifier are missing
  */
 Json::Value GatherRequestData(const AliasOptions& options);
 

@@ -3,6 +3,8 @@
 
 #include <relay/request/request_alias.h>
 
+#include "table.h"
+
 namespace ardv::ctl {
 
 using namespace ARDV::Relay;
@@ -34,6 +36,7 @@ constexpr Meaning kMeanings[] = {
     {kExitNothing, "no alias is set, or nothing is recorded for it"},
     {kExitUsage, "wrong use of this tool"},
     {kExitCantCreate, "the outcome could not be recorded"},
+    {kExitIo, "what this tool printed could not be written"},
     {kExitConfig, "the configuration or the device's identity cannot be used"},
 };
 
@@ -44,12 +47,8 @@ ExitCode ExitCodeOf(ALIAS_RET ret) {
     if (ret == ALIAS_RET_SUCCESS || !AliasRequest::GetRetryType(ret, type)) {
         return ret == ALIAS_RET_SUCCESS ? kExitSuccess : kExitLater;
     }
-    for (const auto& row : kRetryExits) {
-        if (row.type == type) {
-            return row.code;
-        }
-    }
-    return kExitLater;
+    const auto* row = FindRow(kRetryExits, [type](const RetryExit& r) { return r.type == type; });
+    return row ? row->code : kExitLater;
 }
 
 std::string ExitCodeHelp() {

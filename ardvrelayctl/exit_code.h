@@ -17,6 +17,7 @@ enum ExitCode : int {
     kExitNothing = 4,      ///< no alias is set, or nothing is recorded for it
     kExitUsage = 64,       ///< wrong use of the tool
     kExitCantCreate = 73,  ///< a file could not be written
+    kExitIo = 74,          ///< what was printed could not be written
     kExitConfig = 78       ///< configuration or identity of the device cannot be used
 };
 

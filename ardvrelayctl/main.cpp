@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <syslog.h>
 
+#include <algorithm>
 #include <exception>
+#include <optional>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -10,17 +13,38 @@
 #include "alias_command.h"
 #include "exit_code.h"
 #include "output.h"
+#include "readable_log.h"
+#include "server_url.h"
 
 namespace {
 
 using namespace ardv::ctl;
 
 // The library's messages are for whoever looks into a failure; the tool has its own words for everybody else.
-void SetVerbosity(bool verbose) {
+void SetVerbosity(bool verbose, std::optional<ReadableLog>& log) {
+    if (verbose && !log) {
+        log.emplace();
+    }
     ARDV::Relay::Daemon::SetLogFile("", verbose ? LOG_DEBUG : LOG_CRIT);
 }
 
-int Run(int argc, char** argv) {
+// Looked for by itself, so that wrong arguments are reported to a program as well.
+bool IsJsonAskedFor(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](std::string_view argument) { return argument == "--json"; });
+}
+
+ExitCode EndParsing(const CLI::App& app, const CLI::ParseError& problem, bool asJson) {
+    if (problem.get_exit_code() == 0) {
+        app.exit(problem);  // prints help or version
+        return kExitSuccess;
+    }
+    Fail(WithoutCredentials(problem.what()), kExitUsage, asJson);
+    Complain("--help tells more");
+    return kExitUsage;
+}
+
+ExitCode Run(int argc, char** argv) {
+    std::optional<ReadableLog> log;
     CLI::App app("Manages the relay daemon of this device.", "ardvrelayctl");
     AliasOptions options;
     ExitCode exitCode = kExitSuccess;
@@ -31,12 +55,14 @@ int Run(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(ExitCodeHelp());
-    app.parse_complete_callback([&verbose] { SetVerbosity(verbose); });
+    app.parse_complete_callback([&] { SetVerbosity(verbose, log); });
     AddAliasCommand(app, options, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& problem) {
-        return app.exit(problem) == 0 ? kExitSuccess : kExitUsage;
+        return EndParsing(app, problem, IsJsonAskedFor(argc, argv));
+    } catch (const std::exception& problem) {
+        return Fail(problem.what(), kExitConfig, options.json);
     }
     return exitCode;
 }
@@ -45,7 +71,8 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return Run(argc, argv);
+        PrepareOutput();
+        return FinishOutput(Run(argc, argv));
     } catch (const std::exception& problem) {
         Complain(problem.what());
         return kExitConfig;

@@ -1,36 +1,71 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
 
-#include <algorithm>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 #include <iostream>
-#include <memory>
 
 #include <json/writer.h>
+
+#include "text.h"
 
 namespace ardv::ctl {
 
 namespace {
 
-Json::StreamWriterBuilder Builder(const char* indentation) {
+constexpr unsigned kMaxMembers = 100;
+
+// The bytes as they are: the JSON library's own escapes mistake malformed ones for their neighbours.
+std::string Written(const Json::Value& value, const char* indentation) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = indentation;
     builder["emitUTF8"] = true;
-    return builder;
+    return Json::writeString(builder, value);
 }
 
 std::string TextOf(const Json::Value& value) {
-    return value.isString() ? value.asString() : Json::writeString(Builder(""), value);
+    return value.isString() ? value.asString() : Written(value, "");
 }
 
 }  // namespace
 
+void PrepareOutput() {
+    std::signal(SIGPIPE, SIG_IGN);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            // The wrong way round, so that using what the caller closed still fails. The lowest free number is `fd`.
+            [[maybe_unused]] const int reserved =
+                open("/dev/null", (fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        }
+    }
+}
+
+ExitCode FinishOutput(ExitCode exitCode) {
+    errno = 0;
+    if (std::cout.flush()) {
+        return exitCode;
+    }
+    Complain(std::string("cannot write to standard output") +
+             (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
+    return kExitIo;
+}
+
 void PrintJson(const Json::Value& value) {
-    std::cout << Json::writeString(Builder("  "), value) << '\n';
+    std::cout << AsciiJson(Written(value, "  ")) << '\n';
 }
 
 void PrintMembers(const Json::Value& object) {
+    unsigned left = kMaxMembers;
     for (auto member = object.begin(); member != object.end(); ++member) {
-        std::cout << "  " << Printable(member.name()) << ": " << Printable(TextOf(*member)) << '\n';
+        if (left-- == 0) {
+            std::cout << "  ... (--json shows all)\n";
+            return;
+        }
+        std::cout << "  " << Excerpt(member.name()) << ": " << Excerpt(TextOf(*member)) << '\n';
     }
 }
 
@@ -38,18 +73,19 @@ void Complain(std::string_view text) {
     std::cerr << "ardvrelayctl: " << Printable(text) << '\n';
 }
 
-std::string Printable(std::string_view text) {
-    constexpr unsigned char kFirstPrintable = 0x20;
-    constexpr unsigned char kDelete = 0x7f;
-    std::string printable(text);
-    std::replace_if(
-        printable.begin(), printable.end(),
-        [](char c) {
-            const auto byte = static_cast<unsigned char>(c);
-            return byte < kFirstPrintable || byte == kDelete;
-        },
-        '?');
-    return printable;
+void AddFailure(Json::Value& report, std::string_view text, ExitCode exitCode) {
+    report["error"] = std::string(text);
+    report["exit_code"] = exitCode;
+}
+
+ExitCode Fail(std::string_view text, ExitCode exitCode, bool asJson) {
+    Complain(text);
+    if (asJson) {
+        Json::Value report(Json::objectValue);
+        AddFailure(report, text, exitCode);
+        PrintJson(report);
+    }
+    return exitCode;
 }
 
 }  // namespace ardv::ctl

@@ -6,19 +6,37 @@
 
 #include <json/value.h>
 
+#include "exit_code.h"
+
 namespace ardv::ctl {
 
-/** Prints a JSON value on standard output, indented, with non-ASCII text as it is. */
+/**
+ * To be called before anything is opened: standard input, output and error become open descriptors, so that no file
+ * takes the place of one that is missing, and a reader who leaves makes writing fail rather than end the process before
+ * the outcome is recorded.
+ */
+void PrepareOutput();
+
+/**
+ * Flushes standard output.
+ *
+ * @return `exitCode`; `kExitIo`, with a message, if not all that was printed could be written
+ */
+ExitCode FinishOutput(ExitCode exitCode);
+
+/** Prints a JSON value on standard output, indented, in ASCII. */
 void PrintJson(const Json::Value& value);
 
-/** Prints the members of an object, one "key: value" a line, indented by two blanks. Control characters are shown as
- * "?". */
+/** Prints the members of an object as excerpts, one "key: value" a line, indented by two blanks; at most 100 of them. */
 void PrintMembers(const Json::Value& object);
 
 /** Prints "ardvrelayctl: TEXT" on standard error. */
 void Complain(std::string_view text);
 
-/** A text from elsewhere made fit for a terminal: control characters become "?". */
-std::string Printable(std::string_view text);
+/** Adds "error" and "exit_code" to a report. */
+void AddFailure(Json::Value& report, std::string_view text, ExitCode exitCode);
+
+/** Tells of a failure in words, and in JSON as well if `asJson`. Returns `exitCode`. */
+ExitCode Fail(std::string_view text, ExitCode exitCode, bool asJson);
 
 }  // namespace ardv::ctl
