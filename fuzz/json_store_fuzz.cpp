@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes as a JSON file: what can be read is written so that it reads the same again, and every part of the
-// configuration takes it without harm.
+// Any bytes as a JSON file: what can be read is written so that it reads the same again, every part of the configuration
+// takes it without harm, and what cannot be read is moved aside untouched.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <string_view>
 
 #include <ardv/cloud_identity.h>
 #include <ardv/key_value_file.h>
@@ -123,12 +127,91 @@ void TestConfiguration(const Json::Value& value) {
     Require(written.isObject());
 }
 
+// A folder of this process's own, gone with it.
+class Folder {
+public:
+    Folder() : path_((std::filesystem::temp_directory_path() / "json-store-fuzz-XXXXXX").string()) {
+        Require(mkdtemp(path_.data()));
+    }
+    ~Folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string File(const std::string& name) const { return path_ + "/" + name; }
+    bool HoldsOnly(const std::string& path) const {
+        const std::filesystem::directory_iterator entries(path_);
+        return std::distance(begin(entries), end(entries)) == 1 && std::filesystem::exists(path);
+    }
+
+private:
+    std::string path_;
+};
+
+std::string ReadBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteBytes(const std::string& path, std::string_view bytes) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << bytes;
+    file.close();
+    Require(!file.fail());
+}
+
+void TestSave(const Folder& folder, const std::string& path, const Json::Value& value) {
+    const auto text = JsonText::Styled(value);
+    const auto before = ReadBytes(path);
+    const bool isWritten = RelaydConf::WriteJsonFile(path, value);
+    Require(isWritten == (text.size() <= kMaxJsonFileSize));
+    Require(ReadBytes(path) == (isWritten ? text : before));
+    Require(folder.HoldsOnly(path));
+    Json::Value again;
+    Require(RelaydConf::ReadJsonFile(path, again));
+    Require(!isWritten || again == Reread(text));
+}
+
+void TestFile(std::string_view bytes) {
+    static const Folder folder;
+    const auto path = folder.File("file.json");
+    WriteBytes(path, bytes);
+    Json::Value expected;
+    const bool isJson = bytes.size() <= kMaxJsonFileSize && JsonText::Parse(bytes, expected);
+    Json::Value value = "as it was";
+    Require(RelaydConf::ReadJsonFile(path, value) == isJson);
+    Require(value == expected);
+    const auto left = isJson ? path : path + ".bad";
+    Require(folder.HoldsOnly(left));
+    Require(ReadBytes(left) == bytes);
+    if (isJson) {
+        TestSave(folder, path, value);
+    }
+    std::filesystem::remove(left);
+}
+
+// Files take their time, so only every 16th input becomes one. Its bytes decide, so that an input that found a fault finds
+// it again.
+bool IsForAFile(std::string_view bytes) {
+    std::uint32_t hash = 2166136261U;  // FNV-1a
+    for (const char byte : bytes) {
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619U;
+    }
+    return (hash >> 28U) == 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Daemon::_logLevel = -1;
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    if (IsForAFile(bytes)) {
+        TestFile(bytes);
+    }
     Json::Value value = "as it was";
-    if (!JsonText::Parse({reinterpret_cast<const char*>(data), size}, value)) {
+    if (!JsonText::Parse(bytes, value)) {
         Require(value == "as it was");
         return 0;
     }

@@ -19,8 +19,10 @@ bool Read(const std::string& path, Json::Value& value) {
     if (result == Utils::ReadResult::kUnreadable) {
         return false;
     }
-    if (result == Utils::ReadResult::kRead && JsonText::Parse(text, value)) {
-        return true;
+    const auto parsed =
+        result == Utils::ReadResult::kRead ? JsonText::TryParse(text, value) : JsonText::ParseResult::kDamaged;
+    if (parsed != JsonText::ParseResult::kDamaged) {  // for want of memory a file is not damaged: it stays in its place
+        return parsed == JsonText::ParseResult::kParsed;
     }
     RELAY_LOG(LOG_ERR, "bad json format [%s]", path.c_str());
     Utils::RenameBadFile(path.c_str());

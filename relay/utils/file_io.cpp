@@ -65,7 +65,7 @@ ReadResult ReadToEnd(int fd, std::size_t expected, std::size_t maxBytes, std::st
 
 int OpenForWriting(const std::string& path) {
     if (!NoFollowIfShared(path)) {
-        return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kDefaultFileMode);
+        return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, kDefaultFileMode);
     }
     unlink(path.c_str());
     return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kDefaultFileMode);

@@ -2,6 +2,7 @@
 #include <relay/utils/json_text.h>
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <json/reader.h>
@@ -9,18 +10,24 @@
 
 namespace ARDV::Relay::JsonText {
 
-bool Parse(std::string_view text, Json::Value& value) {
-    Json::Value scratch;  // a failed parse leaves behind what it had read so far
-    Json::Reader reader;
+ParseResult TryParse(std::string_view text, Json::Value& value) {
     try {
+        Json::Value scratch;  // a failed parse leaves behind what it had read so far
+        Json::Reader reader;
         if (!reader.parse(text.data(), text.data() + text.size(), scratch, false)) {
-            return false;
+            return ParseResult::kDamaged;
         }
+        value = std::move(scratch);
+        return ParseResult::kParsed;
+    } catch (const std::bad_alloc&) {
+        return ParseResult::kNoMemory;
     } catch (const std::exception&) {
-        return false;
+        return ParseResult::kDamaged;
     }
-    value = std::move(scratch);
-    return true;
+}
+
+bool Parse(std::string_view text, Json::Value& value) {
+    return TryParse(text, value) == ParseResult::kParsed;
 }
 
 std::string Styled(const Json::Value& value) {

@@ -14,8 +14,18 @@
 
 namespace ARDV::Relay::JsonText {
 
+/** What became of a text that was to be parsed. */
+enum class ParseResult {
+    kParsed,
+    kDamaged,  ///< no JSON, or more than 1,000 values within each other
+    kNoMemory  ///< nothing is known of the text
+};
+
+/** Parses with the JSON library's permissive default features, without keeping comments. Unless parsed, `value` stays as it was. */
+ParseResult TryParse(std::string_view text, Json::Value& value);
+
 /**
- * Parses with the JSON library's permissive default features, without keeping comments.
+ * As `TryParse`.
  *
  * @return false, with `value` as it was, for text that is no JSON, for more than 1,000 values within each other, and for
  *         want of memory

@@ -4,18 +4,18 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
-#include <stdexcept>
 #include <string>
 
 #include "support/alias_server_process.h"
+#include "support/scratch_folder.h"
 
 namespace ardv::test {
 using Clock = std::chrono::steady_clock;
@@ -41,33 +41,27 @@ inline Fields Without(Fields fields, const std::string& name) {
     return fields;
 }
 
-/** Polls until `isTrue`, without sleeping: each look at the server is a request that takes its time. */
-inline bool WaitFor(const std::function<bool()>& isTrue) {
-    const auto end = Clock::now() + std::chrono::seconds(10);
-    while (!isTrue()) {
-        if (Clock::now() > end) {
-            return false;
-        }
-    }
-    return true;
-}
-
-class TemporaryFolder {
+/** Notices when a file of a folder is written to. */
+class FolderWatch {
 public:
-    TemporaryFolder() {
-        char path[] = "/tmp/alias-server-test.XXXXXX";
-        if (!::mkdtemp(path)) {
-            throw std::runtime_error("no temporary folder");
-        }
-        path_ = path;
+    explicit FolderWatch(const std::string& folder) : notifier_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        ::inotify_add_watch(notifier_, folder.c_str(), IN_MODIFY);
     }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-    const std::string& Path() const { return path_; }
+    FolderWatch(const FolderWatch&) = delete;
+    FolderWatch& operator=(const FolderWatch&) = delete;
+    ~FolderWatch() { ::close(notifier_); }
+
+    /** Returns once something was written since the last call, or after `limit`. */
+    void AwaitChange(std::chrono::milliseconds limit) const {
+        pollfd entry{notifier_, POLLIN, 0};
+        ::poll(&entry, 1, static_cast<int>(limit.count()));
+        char events[4096];
+        while (::read(notifier_, events, sizeof events) > 0) {
+        }
+    }
 
 private:
-    std::string path_;
+    int notifier_;
 };
 
 /** One server with an empty registry, and the ways to talk to it. */
@@ -117,6 +111,22 @@ public:
     }
 
 protected:
+    /**
+     * Waits, 10 seconds at most, until `isTrue`. Looks again whenever the server wrote to its log, and now and then for
+     * what it does not log: a request that it holds.
+     */
+    bool WaitFor(const std::function<bool()>& isTrue) {
+        const FolderWatch watch(folder.Path());
+        const auto end = Clock::now() + std::chrono::seconds(10);
+        while (!isTrue()) {
+            if (Clock::now() > end) {
+                return false;
+            }
+            watch.AwaitChange(std::chrono::milliseconds(50));
+        }
+        return true;
+    }
+
     void EditRegistry(const char* list, const std::string& entry) {
         Json::Value registry = server.Registry();
         registry[list].append(entry);
@@ -132,7 +142,7 @@ protected:
         return client.send(request);
     }
 
-    TemporaryFolder folder;
+    ScratchFolder folder;
     AliasServerProcess server{{folder.Path()}};
 };
 

@@ -50,7 +50,7 @@ protected:
         return end;
     }
 
-    TemporaryFolder folder;
+    ScratchFolder folder;
     TestCertificates certificates{folder.Path() + "/certificates"};
 };
 
@@ -100,9 +100,7 @@ TEST_F(AliasServerTls, EndsQuicklyDuringAHandshake) {
     const auto server = Serve("valid");
     const int mute = AliasServerFixture::Connect(server->HttpsPort());
     EXPECT_EQ(Post(*server), "200 badparam:action");
-    const auto begin = Clock::now();
-    EXPECT_EQ(server->Stop(), 0);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_EQ(server->Stop(), 0) << "by itself within 10 seconds";
     ::close(mute);
 }
 

@@ -65,6 +65,18 @@ CURLcode SetPointer(CURL* handle, CURLoption option, void* pointer) {
     return Real(&curl_easy_setopt, "curl_easy_setopt")(handle, option, pointer);
 }
 
+void NoteMade(CURLSH* share) {
+    const auto start = [](const std::string& event) { return event.starts_with("made "); };
+    const auto made = std::count_if(gFaults->shareEvents.begin(), gFaults->shareEvents.end(), start);
+    gFaults->liveShares[share] = static_cast<int>(made) + 1;
+    gFaults->shareEvents.push_back("made " + std::to_string(made + 1));
+}
+
+void NoteReleased(CURLSH* share) {
+    gFaults->shareEvents.push_back("released " + std::to_string(gFaults->liveShares[share]));
+    gFaults->liveShares.erase(share);
+}
+
 }  // namespace
 
 CurlFaults::CurlFaults() {
@@ -141,7 +153,7 @@ CURLSH* curl_share_init() {
     }
     CURLSH* share = Real(&curl_share_init, "curl_share_init")();
     if (gFaults) {
-        gFaults->sharesMade.push_back(share);
+        NoteMade(share);
     }
     return share;
 }
@@ -163,7 +175,7 @@ CURLSHcode curl_share_setopt(CURLSH* share, CURLSHoption option, ...) {
 CURLSHcode curl_share_cleanup(CURLSH* share) {
     const CURLSHcode code = Real(&curl_share_cleanup, "curl_share_cleanup")(share);
     if (gFaults && code == CURLSHE_OK) {
-        gFaults->sharesReleased.push_back(share);
+        NoteReleased(share);
     }
     return code;
 }

@@ -19,7 +19,7 @@ namespace ardv::test {
 struct OptionCall {
     CURLoption option;
     long number = 0;                ///< of an option that takes a number
-    const void* pointer = nullptr;  ///< of any other, functions excepted
+    const void* pointer = nullptr;  ///< of any other, functions included
     std::string text;               ///< what the pointer of a text option points to
 };
 
@@ -57,8 +57,13 @@ public:
     std::vector<curl_lock_data> sharedData;  ///< curl_share_setopt, in order
     std::map<CURLINFO, int> infoCalls;       ///< curl_easy_getinfo
     int handlesMade = 0;                     ///< curl_easy_init
-    std::vector<CURLSH*> sharesMade;         ///< curl_share_init
-    std::vector<CURLSH*> sharesReleased;     ///< curl_share_cleanup that succeeded
+
+    /**
+     * curl_share_init, and curl_share_cleanup that succeeded, in order: "made 1", "released 1". Shares are numbered from 1
+     * because their addresses come again; 0 is one that was made before.
+     */
+    std::vector<std::string> shareEvents;
+    std::map<CURLSH*, int> liveShares;  ///< their numbers
 };
 
 }  // namespace ardv::test

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,6 +13,7 @@
 
 #include "captured_log.h"
 #include "file_text.h"
+#include "message_level.h"
 
 namespace ardv::test {
 
@@ -24,7 +24,7 @@ inline constexpr const char kDeviceSettings[] = "/etc/ardvinfo.conf";
 inline constexpr const char kFactorySettings[] = "/etc.defaults/ardvinfo.conf";
 inline constexpr const char kIdentityFile[] = "/etc/ardv/identity.conf";
 
-/** Tests on a device as it comes: identity, model and time zone, and no configuration file. */
+/** Tests on a device as it comes, and leaves it so: identity, model and time zone, and no configuration file. */
 class DeviceTest : public testing::Test {
 protected:
     DeviceTest() {
@@ -32,22 +32,9 @@ protected:
         std::filesystem::create_directories(kConfigFolder);
         MakeDevice();
     }
+
+    ~DeviceTest() override { MakeDevice(); }
 };
-
-/** What an action writes to the log at a threshold: "source text", without times and line numbers. */
-template <typename Action>
-std::vector<std::string> MessagesAt(int threshold, Action&& action) {
-    CapturedLog log(threshold);
-    action();
-    return log.Messages();
-}
-
-/** Expects an action, which can be done repeatedly, to log one message that needs a threshold of at least `level`. */
-template <typename Action>
-void ExpectMessage(int level, const std::string& message, Action&& action) {
-    EXPECT_THAT(MessagesAt(level, action), testing::ElementsAre(message));
-    EXPECT_THAT(MessagesAt(level - 1, action), testing::IsEmpty()) << "below the level of " << message;
-}
 
 /** The value of a JSON text, which must be one. */
 inline Json::Value JsonOf(std::string_view text) {

@@ -2,10 +2,12 @@
 #include "file_text.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 namespace ardv::test {
 
@@ -16,7 +18,16 @@ std::string ReadText(const std::string& path) {
 
 void WriteText(const std::string& path, const std::string& text) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::string TemporaryOf(const std::string& path) {
+    return path + ".tmp." + std::to_string(getpid());
 }
 
 mode_t ModeOf(const std::string& path) {

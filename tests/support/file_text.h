@@ -10,8 +10,11 @@ namespace ardv::test {
 /** The file's content; empty if there is none. */
 std::string ReadText(const std::string& path);
 
-/** Replaces the file, making its folders. */
+/** Replaces the file, making its folders. Throws where that fails: a test must not go on without its file. */
 void WriteText(const std::string& path, const std::string& text);
+
+/** The name of the temporary file by which this process replaces a file. */
+std::string TemporaryOf(const std::string& path);
 
 /** The file's permission bits. */
 mode_t ModeOf(const std::string& path);

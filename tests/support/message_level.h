@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -9,17 +10,19 @@
 
 namespace ardv::test {
 
-/** Runs `action` twice: its message must be in the log at `level`, and must not be there one level below. */
+/** What an action writes to the log at a threshold: "source text", without times and line numbers. */
 template <typename Action>
-void ExpectMessageOfLevel(int level, const std::string& message, Action action) {
-    {
-        const CapturedLog log(level);
-        action();
-        EXPECT_THAT(log.Messages(), testing::Contains(message));
-    }
-    const CapturedLog log(level - 1);
+std::vector<std::string> MessagesAt(int threshold, Action&& action) {
+    const CapturedLog log(threshold);
     action();
-    EXPECT_THAT(log.Messages(), testing::Not(testing::Contains(message)));
+    return log.Messages();
+}
+
+/** Expects an action, which can be done repeatedly, to log one message that needs a threshold of at least `level`. */
+template <typename Action>
+void ExpectMessage(int level, const std::string& message, Action&& action) {
+    EXPECT_THAT(MessagesAt(level, action), testing::ElementsAre(message));
+    EXPECT_THAT(MessagesAt(level - 1, action), testing::IsEmpty()) << "below the level of " << message;
 }
 
 }  // namespace ardv::test

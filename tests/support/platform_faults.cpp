@@ -116,6 +116,9 @@ int rename(const char* from, const char* to) noexcept {
 ssize_t read(int fd, void* data, size_t size) {
     static const auto real = ardv::test::Real<ssize_t (*)(int, void*, size_t)>("read");
     ardv::test::NoteUse(fd);
+    if (active && active->onRead) {
+        active->onRead(ardv::test::PathOf(fd));
+    }
     if (ardv::test::IsInterrupted()) {
         return ardv::test::FailWith(EINTR);
     }
@@ -170,6 +173,10 @@ int ALIBCFileGetKeyValue(const char* file, const char* key, char* value, size_t 
         ardv::test::Real<int (*)(const char*, const char*, char*, size_t, int)>("ALIBCFileGetKeyValue");
     ardv::test::Record(std::string("GetKeyValue ") + file + " " + key + " " + std::to_string(size) + " " +
                        std::to_string(flags));
+    if (active && active->keyValueResult) {
+        std::snprintf(value, size, "rest");
+        return *active->keyValueResult;
+    }
     return ardv::test::PlatformResult("GetKeyValue", real(file, key, value, size, flags), value, size);
 }
 
@@ -177,6 +184,6 @@ int ALIBCFileCheckKeyValue(const char* file, const char* key, const char* value,
     static const auto real =
         ardv::test::Real<int (*)(const char*, const char*, const char*, int)>("ALIBCFileCheckKeyValue");
     ardv::test::Record(std::string("CheckKeyValue ") + file + " " + key + " " + value + " " + std::to_string(flags));
-    return real(file, key, value, flags);
+    return active && active->keyValueResult ? *active->keyValueResult : real(file, key, value, flags);
 }
 }

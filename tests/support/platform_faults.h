@@ -29,8 +29,14 @@ public:
     bool isInterrupted = false;              ///< every other read(2) and write(2) is interrupted by a signal
     std::optional<std::size_t> writeAtMost;  ///< write(2) takes no more than this at a time
 
+    /** Called with the file's path before each read(2). What it throws comes out of read(2). */
+    std::function<void(const std::string&)> onRead;
+
     /** Called with a platform function's name: true makes that function fail, after it has written to its buffers. */
     std::function<bool(const std::string&)> platformFails;
+
+    /** What the functions for a key's value answer; the one that reads the value then leaves text in its buffer. */
+    std::optional<int> keyValueResult;
 
     /** What was asked, in order: "fsync PATH", "rename FROM TO", or a platform function with sizes and flags. */
     std::vector<std::string> calls;

@@ -40,8 +40,8 @@ std::set<std::string> ScratchFolder::Names() const {
     return names;
 }
 
-void ScratchFolder::Share() const {
-    fs::permissions(path_, fs::perms(01777));
+void ScratchFolder::Share(mode_t mode) const {
+    fs::permissions(path_, fs::perms(mode));
 }
 
 MountedDisk::MountedDisk(const std::string& folder, std::size_t bytes) : folder_(folder) {

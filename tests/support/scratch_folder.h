@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <set>
 #include <string>
 
@@ -20,8 +22,8 @@ public:
     /** The names in the folder. */
     std::set<std::string> Names() const;
 
-    /** Lets everybody write to the folder, as /tmp does. */
-    void Share() const;
+    /** Lets everybody write to the folder: as in /tmp, where only its owner may remove a file, or without that bit. */
+    void Share(mode_t mode = 01777) const;
 
 private:
     std::string path_;

@@ -9,8 +9,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::JsonOf;
-using ardv::test::Written;
+using namespace ardv::test;
 
 TEST(KovaConf, StartsWithoutAnAccountAtTheServicesHost) {
     const KovaConf account;

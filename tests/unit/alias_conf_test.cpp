@@ -17,13 +17,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::ExpectMessage;
-using ardv::test::JsonOf;
-using ardv::test::kConfigFile;
-using ardv::test::ReadText;
-using ardv::test::WriteText;
-using ardv::test::Written;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -100,7 +94,7 @@ class AliasMerge : public testing::TestWithParam<MergeCase> {};
 TEST_P(AliasMerge, TakesTheAliasAlwaysAndTheRestWhereItMakesSense) {
     const auto& expected = GetParam();
     auto alias = Alias(R"({"alias":"old","url":"https://old.zz","poll_seconds":60})");
-    const auto messages = ardv::test::MessagesAt(7, [&] { EXPECT_TRUE(alias.Overwrite(JsonOf(expected.json))); });
+    const auto messages = MessagesAt(7, [&] { EXPECT_TRUE(alias.Overwrite(JsonOf(expected.json))); });
     EXPECT_EQ(alias.GetAliasName(), expected.alias);
     EXPECT_EQ(alias.GetUrl(), expected.url);
     EXPECT_EQ(MembersOf(alias).pollSeconds, expected.pollSeconds);
@@ -145,7 +139,7 @@ TEST(AliasConf, ChangeIsAMessageOfLevelSeven) {
 
 TEST(AliasConf, ClearingWithoutAnAliasBeforeIsNoChange) {
     AliasConf alias;
-    EXPECT_THAT(ardv::test::MessagesAt(9, [&] { alias.Overwrite(JsonOf("{}")); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(9, [&] { alias.Overwrite(JsonOf("{}")); }), IsEmpty());
 }
 
 TEST(AliasConf, IsNotValidWithoutAUrlOrAnInterval) {
@@ -156,7 +150,7 @@ TEST(AliasConf, IsNotValidWithoutAUrlOrAnInterval) {
     ExpectMessage(3, "alias_conf.cpp URL is empty", [&] { EXPECT_FALSE(alias.IsValid()); });
     MembersOf(alias).pollSeconds = -1;
     MembersOf(alias).url = "x";
-    EXPECT_THAT(ardv::test::MessagesAt(9, [&] { EXPECT_TRUE(alias.IsValid()); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(9, [&] { EXPECT_TRUE(alias.IsValid()); }), IsEmpty());
 }
 
 TEST(AliasConf, SparseFormHasWhatDiffersFromTheDefaults) {
@@ -199,11 +193,11 @@ TEST(AliasConf, ChangeFlagIsReadAndCleared) {
 class AliasPolling : public testing::Test {
 protected:
     static int PollingTime(std::int32_t interval, std::uint32_t drawn) {
-        const ardv::test::ScratchFolder folder;
+        const ScratchFolder folder;
         std::string bytes(sizeof drawn, '\0');
         std::memcpy(bytes.data(), &drawn, sizeof drawn);
         WriteText(folder.File("bytes"), bytes);
-        const ardv::test::MountedFile device(folder.File("bytes"), "/dev/urandom");
+        const MountedFile device(folder.File("bytes"), "/dev/urandom");
         AliasConf alias;
         MembersOf(alias).pollSeconds = interval;
         return alias.GetPollingTime();
@@ -240,7 +234,7 @@ TEST_F(AliasPolling, IsDrawnAnewEachTime) {
     EXPECT_GT(drawn.size(), 1U);
 }
 
-using AliasFile = ardv::test::DeviceTest;
+using AliasFile = DeviceTest;
 
 TEST_F(AliasFile, SavesItsMemberAndKeepsTheOthers) {
     WriteText(kConfigFile, R"({"serverID":"7","server_alias":{"alias":"old","poll_seconds":60,"note":1},"mine":[1]})");
@@ -251,7 +245,7 @@ TEST_F(AliasFile, SavesItsMemberAndKeepsTheOthers) {
         JsonOf(R"({"serverID":"7","server_alias":{"alias":"mybox","poll_seconds":60,"note":1,"url":"https://a.zz"},
                          "mine":[1]})"));
     EXPECT_THAT(log.Messages(), ElementsAre("alias_conf.cpp alias config changed"));
-    EXPECT_EQ(ardv::test::ModeOf(kConfigFile), 0644U);
+    EXPECT_EQ(ModeOf(kConfigFile), 0644U);
 }
 
 TEST_F(AliasFile, MissingFileBecomesOneWithThisMemberAlone) {
@@ -265,7 +259,7 @@ TEST_F(AliasFile, MissingFileBecomesOneWithThisMemberAlone) {
 TEST_F(AliasFile, FileOfAnotherShapeBecomesOneWithThisMemberAlone) {
     for (const char* text : {"[1,2]", "\"text\"", "5", "null", R"({"server_alias":[1]})", R"({"server_alias":"x"})"}) {
         WriteText(kConfigFile, text);
-        EXPECT_THAT(ardv::test::MessagesAt(9, [] { EXPECT_TRUE(AliasConf().WriteConfig()); }), IsEmpty());
+        EXPECT_THAT(MessagesAt(9, [] { EXPECT_TRUE(AliasConf().WriteConfig()); }), IsEmpty());
         EXPECT_EQ(JsonOf(ReadText(kConfigFile)), JsonOf(R"({"server_alias":{"alias":""}})")) << text;
     }
 }
@@ -289,11 +283,11 @@ TEST_F(AliasFile, InvalidSettingsAreNotSaved) {
     EXPECT_THAT(log.Messages(),
                 ElementsAre("alias_conf.cpp Polling second is empty", "alias_conf.cpp invalid relayd config"));
     EXPECT_EQ(ReadText(kConfigFile), "{}");
-    EXPECT_THAT(ardv::test::MessagesAt(2, [&] { alias.WriteConfig(); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(2, [&] { alias.WriteConfig(); }), IsEmpty());
 }
 
 TEST_F(AliasFile, FailureToWriteIsTheResult) {
-    std::filesystem::remove_all(ardv::test::kConfigFolder);
+    std::filesystem::remove_all(kConfigFolder);
     const CapturedLog log(3);
     EXPECT_FALSE(AliasConf().WriteConfig());
     EXPECT_EQ(log.Messages().size(), 1U);

@@ -72,6 +72,16 @@ TEST_F(AliasExchange, PostsAFormToThePageOfTheCommand) {
               "&model=AV-220&serial=AV0000000001&token=token");
 }
 
+TEST_F(AliasExchange, PostsTheSecondRequestAlone) {
+    EXPECT_TRUE(Exchange(200, "good"));
+    server_.On("/alias_query.php", 200, "good");
+    ASSERT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, data_));
+    EXPECT_TRUE(request_.Send(ret_));
+    EXPECT_EQ(server_.Seen().at(1).path, "/alias_query.php");
+    EXPECT_EQ(server_.Seen().at(1).body,
+              "action=query_alias&alias=box&key=example-api-key&mac=02%3A00%3A5e%3A10%3A00%3A01&model=AV-220");
+}
+
 TEST_F(AliasExchange, SendsNoCommandToTheBaseUrl) {
     server_.On("/", 200, "badparam");
     ASSERT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_NONE, data_));

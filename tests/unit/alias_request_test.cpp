@@ -1,15 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstring>
 #include <filesystem>
-#include <functional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,6 +10,7 @@
 #include "support/curl_faults.h"
 #include "support/file_text.h"
 #include "support/message_level.h"
+#include "support/system_log.h"
 
 using namespace ardv::test;
 using namespace ARDV::Relay;
@@ -155,9 +146,19 @@ TEST_F(AliasRequestSetUp, SendsANumberAsItsDecimalText) {
 }
 
 TEST_F(AliasRequestSetUp, ForgetsTheRequestBefore) {
+    const CurlFaults faults;
     ASSERT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_MAP, FullData()));
     ASSERT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_NONE, FullData()));
     EXPECT_EQ(Post(), kIdentityBody);
+    EXPECT_EQ(faults.Last(CURLOPT_COPYPOSTFIELDS)->text, kIdentityBody);
+}
+
+TEST_F(AliasRequestSetUp, ReadsTheIdentityBeforeItLooksAtItsData) {
+    std::filesystem::remove("/etc/ardv/identity.conf");
+    const CapturedLog log(3);
+    EXPECT_FALSE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, Json::Value()));
+    EXPECT_THAT(log.Messages(), ElementsAre(testing::StartsWith("auth_conf.cpp ARDVCloudServiceHstokenGetToken failed"),
+                                            "request_alias.cpp data should be an object"));
 }
 
 TEST_F(AliasRequestSetUp, SendsAnEmptyIdentityWhereTheDeviceHasNone) {
@@ -173,16 +174,16 @@ TEST_F(AliasRequestSetUp, AcceptsAUrlThatLibcurlRefuses) {
     EXPECT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, ValidData()));
     ALIAS_RET ret = ALIAS_RET_911;
     ALIAS_RESPONSE_TYPE type = ALIAS_RESPONSE_TYPE_JSON;
-    ExpectMessageOfLevel(3, "request_alias.cpp No valid request found!! Please call SetRequest() first",
-                         [&] { EXPECT_FALSE(request_.Send(ret, type)); });
+    ExpectMessage(3, "request_alias.cpp No valid request found!! Please call SetRequest() first",
+                  [&] { EXPECT_FALSE(request_.Send(ret, type)); });
     EXPECT_EQ(ret, ALIAS_RET_911);
     EXPECT_EQ(type, ALIAS_RESPONSE_TYPE_JSON);
 }
 
 TEST_F(AliasRequestSetUp, CannotBeSentBeforeItIsSet) {
     ALIAS_RET ret = ALIAS_RET_911;
-    ExpectMessageOfLevel(3, "request_alias.cpp No valid request found!! Please call SetRequest() first",
-                         [&] { EXPECT_FALSE(request_.Send(ret)); });
+    ExpectMessage(3, "request_alias.cpp No valid request found!! Please call SetRequest() first",
+                  [&] { EXPECT_FALSE(request_.Send(ret)); });
     EXPECT_EQ(ret, ALIAS_RET_911);
     int status = 0;
     EXPECT_EQ(request_.GetResponse(status), -1);
@@ -219,44 +220,6 @@ TEST_F(AliasRequestSetUp, ShowsItsFieldsAndAppendsItsForm) {
     ASSERT_TRUE(request_.GetRequest(url, post));
     EXPECT_EQ(url, std::string(kBase) + "/");
     EXPECT_EQ(post, "before:" + kIdentityBody);
-}
-
-std::string ReadAll(int fd) {
-    std::string text;
-    std::array<char, 4096> block = {};
-    for (ssize_t count = 0; (count = read(fd, block.data(), block.size())) > 0;) {
-        text.append(block.data(), static_cast<std::size_t>(count));
-    }
-    return text;
-}
-
-int ListenAsSystemLog() {
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "/dev/log");
-    return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
-}
-
-// What `action` writes to the system log, in a child with a /dev of its own: the machine's log is no place for tests.
-std::string SystemLogOf(const std::function<void()>& action) {
-    std::array<int, 2> ends = {};
-    EXPECT_EQ(pipe(ends.data()), 0);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const bool isApart = unshare(CLONE_NEWNS) == 0 && mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0;
-        const int log = isApart ? ListenAsSystemLog() : -1;
-        if (log >= 0) {
-            action();
-        }
-        const auto text = log >= 0 ? ReadAll(log) : "no system log";
-        _exit(write(ends[1], text.data(), text.size()) < 0 ? 1 : 0);
-    }
-    close(ends[1]);
-    const auto text = ReadAll(ends[0]);
-    close(ends[0]);
-    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
-    return text;
 }
 
 TEST_F(AliasRequestSetUp, RefusesCommandFiveInTheSystemLog) {
@@ -303,12 +266,12 @@ protected:
 TEST_P(AliasDataFault, IsNamedAndChangesNothing) {
     ASSERT_TRUE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, ValidData()));
     const auto fields = Fields();
-    ExpectMessageOfLevel(3, std::string("request_alias.cpp ") + GetParam().message, [&] {
-        EXPECT_FALSE(request_.IsDataValid(Data()));
-        for (int cmd = -1; cmd <= 6; ++cmd) {
-            EXPECT_FALSE(request_.SetRequest(static_cast<ALIAS_REQUEST_CMD>(cmd), Data())) << cmd;
-        }
-    });
+    const auto message = std::string("request_alias.cpp ") + GetParam().message;
+    ExpectMessage(3, message, [&] { EXPECT_FALSE(request_.IsDataValid(Data())); });
+    for (int cmd = -1; cmd <= 6; ++cmd) {
+        ExpectMessage(3, message,
+                      [&] { EXPECT_FALSE(request_.SetRequest(static_cast<ALIAS_REQUEST_CMD>(cmd), Data())) << cmd; });
+    }
     EXPECT_EQ(Fields(), fields);
     EXPECT_EQ(Url(), std::string(kBase) + "/alias_query.php");
 }
@@ -357,10 +320,9 @@ TEST_F(AliasRequestSetUp, ChecksItsDataInAFixedOrder) {
 
 TEST_F(AliasRequestSetUp, RefusesDataThatIsNoObject) {
     for (const auto& data : {Json::Value(), Json::Value("text"), Json::Value(5), Json::Value(Json::arrayValue)}) {
-        ExpectMessageOfLevel(3, "request_alias.cpp data should be an object", [&] {
-            EXPECT_FALSE(request_.IsDataValid(data));
-            EXPECT_FALSE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, data));
-        });
+        const std::string message = "request_alias.cpp data should be an object";
+        ExpectMessage(3, message, [&] { EXPECT_FALSE(request_.IsDataValid(data)); });
+        ExpectMessage(3, message, [&] { EXPECT_FALSE(request_.SetRequest(ALIAS_REQUEST_CMD_QUERY, data)); });
     }
 }
 

@@ -18,22 +18,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using ardv::test::CapturedLog;
-using ardv::test::ExpectMessage;
-using ardv::test::JsonOf;
-using ardv::test::MessagesAt;
-using ardv::test::ModeOf;
-using ardv::test::ReadText;
-using ardv::test::WriteText;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string kStatusFile = "/tmp/nubo_alias.status";
 const std::string kReadFailure = "alias_status.cpp invalid relayd config, /tmp/nubo_alias.status";
-
-std::string Temporary() {
-    return kStatusFile + ".tmp." + std::to_string(getpid());
-}
+const std::string kTemporary = TemporaryOf(kStatusFile);
 
 /** No status file at first, and none afterwards. */
 class AliasStatusTest : public testing::Test {
@@ -42,7 +33,7 @@ protected:
     ~AliasStatusTest() override { RemoveFiles(); }
 
     static void RemoveFiles() {
-        for (const auto& path : {kStatusFile, kStatusFile + ".bad", Temporary()}) {
+        for (const auto& path : {kStatusFile, kStatusFile + ".bad", kTemporary}) {
             fs::remove_all(path);
         }
     }
@@ -219,18 +210,18 @@ TEST_F(AliasStatusTest, DumpWritesTheRecord) {
 
 TEST_F(AliasStatusTest, FailureToWriteIsTheResult) {
     AliasStatus status;
-    fs::create_directory(Temporary());
-    ExpectMessage(3, "config.cpp open failed [" + Temporary() + "]",
+    fs::create_directory(kTemporary);
+    ExpectMessage(3, "config.cpp open failed [" + kTemporary + "]",
                   [&] { EXPECT_FALSE(status.SetStatus("mybox", "success", "x", true)); });
 }
 
 TEST_F(AliasStatusTest, PlantedLinkIsNeitherReadNorWrittenThrough) {
-    const ardv::test::ScratchFolder folder;
+    const ScratchFolder folder;
     const auto victim = folder.File("victim");
     WriteText(victim, R"({"alias_name":"mybox","status":"planted"})");
     fs::permissions(victim, fs::perms(0600));
     fs::create_symlink(victim, kStatusFile);
-    fs::create_symlink(victim, Temporary());
+    fs::create_symlink(victim, kTemporary);
     AliasStatus status;
     EXPECT_EQ(Lookup(status, "mybox"), "no");
     EXPECT_TRUE(status.SetStatus("mybox", "success", "x", true));
@@ -241,7 +232,7 @@ TEST_F(AliasStatusTest, PlantedLinkIsNeitherReadNorWrittenThrough) {
 }
 
 TEST_F(AliasStatusTest, PlantedLinkToADamagedFileIsNotMovedAside) {
-    const ardv::test::ScratchFolder folder;
+    const ScratchFolder folder;
     WriteText(folder.File("victim"), "no JSON");
     fs::create_symlink(folder.File("victim"), kStatusFile);
     EXPECT_THAT(MessagesAt(7, [] { AliasStatus(); }), ElementsAre(kReadFailure));
@@ -258,7 +249,7 @@ TEST_F(AliasStatusTest, PlantedPipeDoesNotHangTheReader) {
 }
 
 TEST_F(AliasStatusTest, StaysSaneWhateverTheFileHolds) {
-    ardv::test::RandomJson random(5, {"alias_name", "status", "extra"});
+    RandomJson random(5, {"alias_name", "status", "extra"});
     const CapturedLog log(0);
     for (int i = 0; i < 500; ++i) {
         WriteText(kStatusFile, JsonText::Styled(random.Value(3)));

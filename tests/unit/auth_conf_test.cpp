@@ -13,15 +13,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::ExpectMessage;
-using ardv::test::JsonOf;
-using ardv::test::kDeviceSettings;
-using ardv::test::kFactorySettings;
-using ardv::test::kIdentityFile;
-using ardv::test::PlatformFaults;
-using ardv::test::WriteText;
-using ardv::test::Written;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -31,10 +23,8 @@ constexpr const char kDeviceWritten[] =
 constexpr const char kUnreadWritten[] =
     "{\"key\":\"\",\"mac\":\"\",\"model\":\"\",\"serial\":\"\",\"timezone\":\"Amsterdam\",\"token\":\"\"}\n";
 
-class AuthConfTest : public ardv::test::DeviceTest {
+class AuthConfTest : public DeviceTest {
 protected:
-    ~AuthConfTest() override { ardv::test::MakeDevice(); }
-
     static std::string Member(const AuthConf& auth, const char* key) {
         Json::Value value;
         auth.Write(value, true);
@@ -91,7 +81,7 @@ TEST_F(AuthConfTest, MissingIdentityIsAMessageWithThePlatformsError) {
                 ElementsAre(testing::MatchesRegex("auth_conf.cpp ARDVCloudServiceHstokenGetToken failed: "
                                                   "\\[0x0400 [a-z_]+\\.cpp:[0-9]+\\]")));
     EXPECT_EQ(Written(auth, true), kUnreadWritten);
-    EXPECT_THAT(ardv::test::MessagesAt(2, [&] { auth.ReadConf(); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(2, [&] { auth.ReadConf(); }), IsEmpty());
 }
 
 TEST_F(AuthConfTest, MissingFactorySettingsAreAMessageWithThePlatformsError) {
@@ -102,7 +92,7 @@ TEST_F(AuthConfTest, MissingFactorySettingsAreAMessageWithThePlatformsError) {
     EXPECT_THAT(log.Messages(), ElementsAre(testing::MatchesRegex("auth_conf.cpp ALIBCFileGetKeyValue failed: "
                                                                   "\\[0x0400 [a-z_]+\\.cpp:[0-9]+\\]")));
     EXPECT_EQ(Written(auth, true), kUnreadWritten);
-    EXPECT_THAT(ardv::test::MessagesAt(2, [&] { auth.ReadConf(); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(2, [&] { auth.ReadConf(); }), IsEmpty());
 }
 
 TEST_F(AuthConfTest, ResultOfTheReadIsDroppedByTheConstructor) {
@@ -127,6 +117,15 @@ TEST_F(AuthConfTest, DeviceWithoutAnApiKeyIsReadAllTheSame) {
     EXPECT_TRUE(auth.IsValid());
 }
 
+TEST_F(AuthConfTest, ApiKeyThatVanishedIsEmptyAfterTheNextRead) {
+    AuthConf auth(true);
+    ASSERT_EQ(Member(auth, "key"), "example-api-key");
+    WriteText(kIdentityFile, "serial=\"S\"\ntoken=\"T\"\nmac=\"02:00:5e:10:00:02\"\n");
+    EXPECT_TRUE(auth.ReadConf());
+    EXPECT_EQ(Member(auth, "key"), "");
+    EXPECT_EQ(Member(auth, "serial"), "S");
+}
+
 TEST_F(AuthConfTest, DeviceWithoutAMacAddressIsReadAllTheSame) {
     WriteText(kIdentityFile, "serial=\"S\"\ntoken=\"T\"\napi_key=\"K\"\nmac=\"none\"\n");
     AuthConf auth(false);
@@ -149,7 +148,7 @@ TEST_F(AuthConfTest, MacAddressIsTheDevicesWhicheverInterfaceIsNamed) {
 TEST_F(AuthConfTest, MacAddressIsEmptyAfterAFailureThatLeftTextInTheBuffer) {
     PlatformFaults faults;
     faults.platformFails = [](const std::string& name) { return name == "GetMacAddress"; };
-    EXPECT_THAT(ardv::test::MessagesAt(9, [] { EXPECT_EQ(AuthConf::RelaydGetMacAddressByIf("eth0"), ""); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(9, [] { EXPECT_EQ(AuthConf::RelaydGetMacAddressByIf("eth0"), ""); }), IsEmpty());
     ExpectMessage(3, "auth_conf.cpp invalid mac address", [] { EXPECT_EQ(AuthConf::GetMacAddress(), ""); });
 }
 
@@ -174,6 +173,16 @@ TEST_F(AuthConfTest, TimeZoneIsEmptyWithoutTheFileAndAfterAFailureThatLeftTextIn
     faults.platformFails = nullptr;
     std::filesystem::remove(kDeviceSettings);
     EXPECT_EQ(RelaydConf::GetTimeZone(), "");
+}
+
+TEST_F(AuthConfTest, TimeZoneIsEmptyWhereThePlatformFoundNoneAndLeftTextInTheBuffer) {
+    PlatformFaults faults;
+    for (const int result : {0, -1}) {
+        faults.keyValueResult = result;
+        EXPECT_EQ(RelaydConf::GetTimeZone(), "") << result;
+    }
+    faults.keyValueResult = 1;
+    EXPECT_EQ(RelaydConf::GetTimeZone(), "rest");
 }
 
 TEST_F(AuthConfTest, TimeZoneCanBeReplaced) {

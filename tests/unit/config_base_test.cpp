@@ -18,8 +18,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::JsonOf;
+using namespace ardv::test;
 
 std::string gCalled;
 
@@ -146,7 +145,7 @@ std::vector<std::string> KeysOf(const Schema& schema) {
 }
 
 template <typename Conf>
-class EveryConf : public ardv::test::DeviceTest {};
+class EveryConf : public DeviceTest {};
 
 using Confs = testing::Types<ServerConf, AuthConf, KovaConf, SupportChannelConf, SmartDNSConf, AliasConf, RelaydConf>;
 TYPED_TEST_SUITE(EveryConf, Confs);
@@ -166,7 +165,7 @@ TYPED_TEST(EveryConf, StaysSaneWhateverJsonItMeets) {
     const CapturedLog log(0);
     const auto conf = Make<TypeParam>();
     const auto& schema = SchemaOf(*conf);
-    ardv::test::RandomJson random(7, KeysOf(schema));
+    RandomJson random(7, KeysOf(schema));
     for (int i = 0; i < 1000; ++i) {
         const auto input = random.Value(4);
         auto target = random.Value(3);
@@ -211,14 +210,14 @@ TYPED_TEST(EveryConf, WritesTheSameIntoNullAndIntoWhatIsNoObject) {
 TYPED_TEST(EveryConf, ReadsBackWhatItWrote) {
     const CapturedLog log(0);
     const auto conf = Make<TypeParam>();
-    ardv::test::RandomJson random(11, KeysOf(SchemaOf(*conf)));
+    RandomJson random(11, KeysOf(SchemaOf(*conf)));
     for (int i = 0; i < 200; ++i) {
         conf->Overwrite(random.Object(2));
         const auto copy = Make<TypeParam>();
         Json::Value written;
         conf->Write(written, !std::is_same_v<TypeParam, AliasConf>);
         copy->Overwrite(written);
-        EXPECT_EQ(ardv::test::Written(*copy, false), ardv::test::Written(*conf, false));
+        EXPECT_EQ(Written(*copy, false), Written(*conf, false));
     }
 }
 
@@ -227,7 +226,7 @@ TYPED_TEST(EveryConf, PrintsItsFullFormAsOneLine) {
     std::ostringstream stream;
     stream << "before ";
     EXPECT_EQ(&(stream << static_cast<const Config&>(*conf)), &stream);
-    EXPECT_EQ(stream.str(), "before " + ardv::test::Written(*conf, true));
+    EXPECT_EQ(stream.str(), "before " + Written(*conf, true));
     EXPECT_EQ(stream.str().find('\n'), stream.str().size() - 1);
 }
 
@@ -255,22 +254,22 @@ TEST(ConfigBase, IsPrintedWithTheFullFlagWhateverWriteReturns) {
 }
 
 template <typename Conf>
-class FilelessConf : public ardv::test::DeviceTest {};
+class FilelessConf : public DeviceTest {};
 
 using FilelessConfs = testing::Types<ServerConf, AuthConf, KovaConf, SupportChannelConf, SmartDNSConf>;
 TYPED_TEST_SUITE(FilelessConf, FilelessConfs);
 
 TYPED_TEST(FilelessConf, SavesNothing) {
     EXPECT_TRUE(Make<TypeParam>()->WriteConfig());
-    EXPECT_TRUE(std::filesystem::is_empty(ardv::test::kConfigFolder));
+    EXPECT_TRUE(std::filesystem::is_empty(kConfigFolder));
 }
 
 TYPED_TEST(FilelessConf, IgnoresAValueThatIsNoObject) {
     const auto conf = Make<TypeParam>();
-    const auto before = ardv::test::Written(*conf, true);
+    const auto before = Written(*conf, true);
     for (const char* text : {"null", "[{\"host\":\"x\",\"enabled\":true}]", "\"text\"", "5", "true"}) {
         EXPECT_TRUE(conf->Overwrite(JsonOf(text))) << text;
-        EXPECT_EQ(ardv::test::Written(*conf, true), before) << text;
+        EXPECT_EQ(Written(*conf, true), before) << text;
     }
 }
 

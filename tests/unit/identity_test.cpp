@@ -19,12 +19,7 @@ namespace ARDV::Relay::Utils {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::MountedDisk;
-using ardv::test::MountedFile;
-using ardv::test::OpenDescriptors;
-using ardv::test::ScratchFolder;
-using ardv::test::WriteText;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -56,7 +51,7 @@ TEST(Random, IsZeroWithAMessageOfLevelThreeWithoutTheDevice) {
     const CapturedLog log(3);
     EXPECT_EQ(Random(), 0U);
     EXPECT_THAT(log.Lines(), ElementsAre("utils.cpp:106 failed to open /dev/urandom"));
-    EXPECT_THAT(ardv::test::MessagesAt(2, Random), IsEmpty());
+    EXPECT_THAT(MessagesAt(2, Random), IsEmpty());
 }
 
 TEST(Random, ReturnsWhatCameWithAMessageOfLevelThreeWhereBytesAreMissing) {
@@ -66,11 +61,11 @@ TEST(Random, ReturnsWhatCameWithAMessageOfLevelThreeWhereBytesAreMissing) {
     const CapturedLog log(3);
     EXPECT_EQ(Random(), NumberOf("\x01\x02\0\0"));
     EXPECT_THAT(log.Lines(), ElementsAre("utils.cpp:112 failed to read bytes from /dev/urandom"));
-    EXPECT_THAT(ardv::test::MessagesAt(2, Random), IsEmpty());
+    EXPECT_THAT(MessagesAt(2, Random), IsEmpty());
 }
 
 TEST(Random, IsZeroWithAMessageWhereTheDeviceCannotBeRead) {
-    ardv::test::PlatformFaults faults;
+    PlatformFaults faults;
     faults.readFails = true;
     const CapturedLog log;
     EXPECT_EQ(Random(), 0U);
@@ -139,7 +134,7 @@ class FailoverSwitch : public testing::TestWithParam<std::pair<const char*, bool
 
 TEST_P(FailoverSwitch, IsOnExactlyWhereTheSettingIsTrue) {
     const auto& [settings, isOn] = GetParam();
-    WriteText(ardv::test::kDeviceSettings, settings);
+    WriteText(kDeviceSettings, settings);
     EXPECT_EQ(IsFailoverEnable(), isOn);
 }
 
@@ -152,9 +147,19 @@ INSTANTIATE_TEST_SUITE_P(Settings, FailoverSwitch,
                                          std::pair("tethra_enable_failover=\"\"\n", false),
                                          std::pair("other=\"true\"\n", false), std::pair("", false)));
 
+TEST(FailoverSwitchFile, IsOnForNoOtherAnswerThanOne) {
+    PlatformFaults faults;
+    for (const int result : {-1, 0, 2}) {
+        faults.keyValueResult = result;
+        EXPECT_FALSE(IsFailoverEnable()) << result;
+    }
+    faults.keyValueResult = 1;
+    EXPECT_TRUE(IsFailoverEnable());
+}
+
 TEST(FailoverSwitchFile, MissingIsOff) {
-    std::remove(ardv::test::kDeviceSettings);
-    ardv::test::PlatformFaults faults;
+    std::remove(kDeviceSettings);
+    PlatformFaults faults;
     EXPECT_FALSE(IsFailoverEnable());
     EXPECT_THAT(faults.calls, ElementsAre("CheckKeyValue /etc/ardvinfo.conf tethra_enable_failover true 0"));
 }

@@ -14,6 +14,7 @@
 #include <relay/config/config.h>
 
 #include "support/device_test.h"
+#include "support/memory_faults.h"
 #include "support/platform_faults.h"
 #include "support/random_json.h"
 #include "support/scratch_folder.h"
@@ -24,16 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using ardv::test::CapturedLog;
-using ardv::test::ExpectMessage;
-using ardv::test::JsonOf;
-using ardv::test::MessagesAt;
-using ardv::test::ModeOf;
-using ardv::test::OpenDescriptors;
-using ardv::test::PlatformFaults;
-using ardv::test::ReadText;
-using ardv::test::ScratchFolder;
-using ardv::test::WriteText;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;
@@ -41,8 +33,6 @@ using namespace std::string_literals;
 /** A scratch folder with the path of a JSON file in it. */
 class StoreTest : public testing::Test {
 protected:
-    std::string Temporary() const { return path_ + ".tmp." + std::to_string(getpid()); }
-
     /** Reads the file into a value that held something else before. */
     bool Read() {
         value_ = "something else";
@@ -58,6 +48,23 @@ protected:
 
 using ReadJsonFileTest = StoreTest;
 using WriteJsonFileTest = StoreTest;
+
+TEST_F(ReadJsonFileTest, LeavesAGoodFileInItsPlaceForWantOfMemory) {
+    WriteText(path_, R"({"serverID": "a name that is long enough to need memory of its own", "list": [1, 2, {}]})");
+    int strikes = 0;
+    const auto readOrThrow = [&] {
+        try {
+            RelaydConf::ReadJsonFile(path_, value_);
+        } catch (const std::bad_alloc&) {
+        }
+    };
+    while (IsShortOfMemory(strikes, readOrThrow)) {
+        ++strikes;
+        ASSERT_THAT(folder_.Names(), ElementsAre("file.json")) << "after " << strikes << " allocations";
+    }
+    EXPECT_GT(strikes, 5);
+    EXPECT_TRUE(Read());
+}
 
 TEST_F(ReadJsonFileTest, GivesTheValueOfTheFile) {
     WriteText(path_, "// a note\n{\"a\" : [1, 2]} ");
@@ -160,8 +167,8 @@ TEST_P(DamagedFile, IsMovedAsideSoThatTheNextReadFindsNone) {
 INSTANTIATE_TEST_SUITE_P(Texts, DamagedFile,
                          testing::Values("", "{", "{\"a\":1", "{\"a\":1,\"b\":}", "[1,]", "\xef\xbb\xbf{}", "\0\0\0"s,
                                          "\0{}"s, "{\"a\"\0:1}"s, "1e400",
-                                         std::string(1001, '[') + std::string(1001, ']'), std::string(2'000'000, '['),
-                                         std::string(65'536, '\xff')));
+                                         std::string(1001, '[') + std::string(1001, ']'), std::string(500'000, '['),
+                                         std::string(2'000'000, '['), std::string(65'536, '\xff')));
 
 TEST_F(ReadJsonFileTest, DamageIsAMessageOfLevelThree) {
     ExpectMessage(3, "config.cpp bad json format [" + path_ + "]", [this] {
@@ -200,6 +207,35 @@ TEST_F(ReadJsonFileTest, FileOfTheLargestSizeIsReadAndALargerOneIsDamaged) {
     EXPECT_TRUE(value_.isNull());
     EXPECT_THAT(log.Messages(), ElementsAre("config.cpp bad json format [" + path_ + "]"));
     EXPECT_THAT(folder_.Names(), ElementsAre("file.json.bad"));
+}
+
+TEST_F(ReadJsonFileTest, FileOfATebibyteIsDamagedAndNeverRead) {
+    WriteText(path_, "{}");
+    fs::resize_file(path_, std::uintmax_t{1} << 40U);
+    PlatformFaults faults;
+    faults.readFails = true;
+    ExpectMessage(3, "config.cpp bad json format [" + path_ + "]", [this] {
+        if (!fs::exists(path_)) {
+            fs::rename(path_ + ".bad", path_);
+        }
+        EXPECT_FALSE(Read());
+        EXPECT_TRUE(value_.isNull());
+    });
+    EXPECT_THAT(folder_.Names(), ElementsAre("file.json.bad"));
+    EXPECT_EQ(fs::file_size(path_ + ".bad"), std::uintmax_t{1} << 40U);
+}
+
+TEST_F(ReadJsonFileTest, FileThatGrowsPastTheLargestSizeWhileItIsReadIsDamaged) {
+    WriteText(path_, "{}");
+    PlatformFaults faults;
+    faults.onRead = [this](const std::string& path) {
+        if (path == path_) {
+            fs::resize_file(path, 3 * kMaxJsonFileSize);
+        }
+    };
+    const CapturedLog log(3);
+    EXPECT_FALSE(Read());
+    EXPECT_THAT(log.Messages(), ElementsAre("config.cpp bad json format [" + path_ + "]"));
 }
 
 TEST_F(ReadJsonFileTest, FileThatDoesNotTellItsSizeIsReadWhole) {
@@ -244,7 +280,7 @@ TEST_F(WriteJsonFileTest, WritesTheStyledFormWithModeRwRR) {
 }
 
 TEST_F(WriteJsonFileTest, WritesWhatTheLibrarysStyledWriterWritesAndReadsItBack) {
-    ardv::test::RandomJson random(3, {"server_alias", "list"});
+    RandomJson random(3, {"server_alias", "list"});
     for (int i = 0; i < 100; ++i) {
         const auto value = random.Value(4);
         ASSERT_TRUE(RelaydConf::WriteJsonFile(path_, value));
@@ -253,29 +289,42 @@ TEST_F(WriteJsonFileTest, WritesWhatTheLibrarysStyledWriterWritesAndReadsItBack)
     }
 }
 
+TEST_F(WriteJsonFileTest, TextOfTheLargestSizeIsWrittenAndALargerOneIsNot) {
+    const std::string text(kMaxJsonFileSize - std::string("\"\"\n").size(), 'x');
+    const CapturedLog log;
+    EXPECT_TRUE(RelaydConf::WriteJsonFile(path_, Json::Value(text)));
+    EXPECT_EQ(fs::file_size(path_), kMaxJsonFileSize);
+    EXPECT_TRUE(Read());
+    EXPECT_EQ(log.Text(), "");
+    ExpectMessage(3, "config.cpp write file " + TemporaryOf(path_) + " failed",
+                  [&] { EXPECT_FALSE(RelaydConf::WriteJsonFile(path_, Json::Value(text + "x"))); });
+    EXPECT_EQ(fs::file_size(path_), kMaxJsonFileSize) << "as it was";
+    EXPECT_THAT(folder_.Names(), ElementsAre("file.json"));
+}
+
 TEST_F(WriteJsonFileTest, FlushesTheTextBeforeTheRenameAndTheFolderAfterIt) {
     PlatformFaults faults;
     EXPECT_TRUE(Write("{}"));
-    EXPECT_THAT(faults.calls,
-                ElementsAre("fsync " + Temporary(), "rename " + Temporary() + " " + path_, "fsync " + folder_.Path()));
+    EXPECT_THAT(faults.calls, ElementsAre("fsync " + TemporaryOf(path_), "rename " + TemporaryOf(path_) + " " + path_,
+                                          "fsync " + folder_.Path()));
     EXPECT_THAT(faults.inheritable, IsEmpty());
 }
 
 TEST_F(WriteJsonFileTest, MissingFolderIsAFailureThatNamesTheTemporaryFile) {
     path_ = folder_.File("none/file.json");
-    ExpectMessage(3, "config.cpp open failed [" + Temporary() + "]", [this] { EXPECT_FALSE(Write("{}")); });
+    ExpectMessage(3, "config.cpp open failed [" + TemporaryOf(path_) + "]", [this] { EXPECT_FALSE(Write("{}")); });
     EXPECT_THAT(folder_.Names(), IsEmpty());
 }
 
 TEST_F(WriteJsonFileTest, FullDiskKeepsTheOldFileAndLeavesTheTemporaryOne) {
-    const ardv::test::MountedDisk disk(folder_.Path(), 8192);
+    const MountedDisk disk(folder_.Path(), 8192);
     WriteText(path_, "old");
     const Json::Value large(std::string(100'000, 'x'));
     const CapturedLog log(3);
     EXPECT_FALSE(RelaydConf::WriteJsonFile(path_, large));
-    EXPECT_THAT(log.Messages(), ElementsAre("config.cpp write file " + Temporary() + " failed"));
+    EXPECT_THAT(log.Messages(), ElementsAre("config.cpp write file " + TemporaryOf(path_) + " failed"));
     EXPECT_EQ(ReadText(path_), "old");
-    EXPECT_TRUE(fs::exists(Temporary()));
+    EXPECT_TRUE(fs::exists(TemporaryOf(path_)));
     EXPECT_THAT(MessagesAt(2, [&] { RelaydConf::WriteJsonFile(path_, large); }), IsEmpty());
 }
 
@@ -283,14 +332,14 @@ TEST_F(WriteJsonFileTest, FailureToReachTheDiskIsAFailedWrite) {
     WriteText(path_, "old");
     PlatformFaults faults;
     faults.syncFails = true;
-    ExpectMessage(3, "config.cpp write file " + Temporary() + " failed", [this] { EXPECT_FALSE(Write("{}")); });
+    ExpectMessage(3, "config.cpp write file " + TemporaryOf(path_) + " failed", [this] { EXPECT_FALSE(Write("{}")); });
     EXPECT_EQ(ReadText(path_), "old");
-    EXPECT_EQ(ReadText(Temporary()), "{}\n");
+    EXPECT_EQ(ReadText(TemporaryOf(path_)), "{}\n");
 }
 
 TEST_F(WriteJsonFileTest, CountsAsDoneWhereOnlyTheRenameFails) {
     WriteText(path_ + "/inner", "in the way");
-    ExpectMessage(3, "utils.cpp rename " + Temporary() + " to " + path_ + " failed, errno: 21",
+    ExpectMessage(3, "utils.cpp rename " + TemporaryOf(path_) + " to " + path_ + " failed, errno: 21",
                   [this] { EXPECT_TRUE(Write("{}")); });
     EXPECT_THAT(folder_.Names(), ElementsAre("file.json"));
     EXPECT_EQ(ReadText(path_ + "/inner"), "in the way");
@@ -300,7 +349,7 @@ TEST_F(WriteJsonFileTest, LinkAtTheTemporaryNameIsNotFollowed) {
     folder_.Share();
     WriteText(folder_.File("victim"), "of value");
     fs::permissions(folder_.File("victim"), fs::perms(0600));
-    fs::create_symlink(folder_.File("victim"), Temporary());
+    fs::create_symlink(folder_.File("victim"), TemporaryOf(path_));
     EXPECT_TRUE(Write("{}"));
     EXPECT_EQ(ReadText(folder_.File("victim")), "of value");
     EXPECT_EQ(ModeOf(folder_.File("victim")), 0600U);

@@ -7,13 +7,14 @@
 #include <json/writer.h>
 
 #include "support/device_test.h"
+#include "support/memory_faults.h"
 #include "support/random_json.h"
 
 namespace ARDV::Relay::JsonText {
 
 namespace {
 
-using ardv::test::JsonOf;
+using namespace ardv::test;
 using namespace std::string_literals;
 
 std::string Nested(std::size_t depth) {
@@ -51,6 +52,26 @@ INSTANTIATE_TEST_SUITE_P(Json, RefusedText,
                                          "\xef\xbb\xbf{}", "'text'", "{1:2}", "TRUE", "NaN", "1e400", "\0{}"s,
                                          "[\"\\ud800\"]", "[\"\\x\"]", "\"open", Nested(1001), Nested(100'000),
                                          std::string(1'000'000, '['), std::string(1'000'000, '{')));
+
+/** Parses with want of memory after so many allocations; whether there was any. */
+bool ParsesWithoutMemory(int after) {
+    const std::string text = R"({"a":[1,"a text that is too long to be kept in place"],"b":{"c":2.5}})";
+    Json::Value value("as it was");
+    bool isParsed = false;
+    const bool hasStruck = IsShortOfMemory(after, [&] { isParsed = Parse(text, value); });
+    EXPECT_EQ(isParsed, value.isObject()) << after;
+    EXPECT_EQ(isParsed, value != Json::Value("as it was")) << after;
+    EXPECT_TRUE(isParsed || hasStruck) << after;
+    return hasStruck;
+}
+
+TEST(JsonText, WantOfMemoryIsAFailureWhereverItStrikes) {
+    int failures = 0;
+    while (ParsesWithoutMemory(failures)) {
+        ++failures;
+    }
+    EXPECT_GT(failures, 5);
+}
 
 TEST(JsonText, AcceptsAThousandValuesWithinEachOtherAndNotOneMore) {
     Json::Value value;
@@ -90,7 +111,7 @@ TEST(JsonText, CompactIsOneLine) {
 }
 
 TEST(JsonText, BothFormsAreThoseOfTheLibrarysWritersByteForByte) {
-    ardv::test::RandomJson random(1, {"host", "port", "list"});
+    RandomJson random(1, {"host", "port", "list"});
     for (int i = 0; i < 2000; ++i) {
         const auto value = random.Value(5);
         ASSERT_EQ(Styled(value), Json::StyledWriter().write(value));

@@ -15,12 +15,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::ModeOf;
-using ardv::test::OpenDescriptors;
-using ardv::test::ReadText;
-using ardv::test::ScratchFolder;
-using ardv::test::WriteText;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::EndsWith;
 
@@ -91,7 +86,7 @@ TEST_F(LogFileTest, AfterTheForkWhatAnotherProcessAppendsIsNotOverwritten) {
 }
 
 TEST_F(LogFileTest, AfterTheForkAnEmptyPathIsTheDefaultFile) {
-    const ardv::test::MountedDisk logs("/var/log", 65'536);
+    const MountedDisk logs("/var/log", 65'536);
     Daemon::_isForked = true;
     WriteText(kDefaultLogFile, "earlier\n");
     EXPECT_TRUE(Daemon::SetLogFile("", 7));
@@ -110,8 +105,8 @@ TEST_F(LogFileTest, AfterTheForkAFileThatCannotBeOpenedLeavesTheLogWhereItWas) {
 }
 
 TEST_F(LogFileTest, FailureToOpenIsAMessageOfLevelThree) {
-    ardv::test::ExpectMessage(3, "daemon.cpp open log file [/none/x] failed",
-                              [] { EXPECT_FALSE(Daemon::OpenLogFile("/none/x", STDERR_FILENO, O_CREAT)); });
+    ExpectMessage(3, "daemon.cpp open log file [/none/x] failed",
+                  [] { EXPECT_FALSE(Daemon::OpenLogFile("/none/x", STDERR_FILENO, O_CREAT)); });
 }
 
 TEST_F(LogFileTest, NewFileIsForItsOwnerAloneWhateverTheMask) {
@@ -157,8 +152,7 @@ TEST_F(LogFileTest, NoDescriptorIsLeftBehind) {
 }
 
 TEST_F(LogFileTest, DescriptorThatCannotBeReplacedIsAMessageOfLevelThree) {
-    ardv::test::ExpectMessage(3, "daemon.cpp dup fd failed",
-                              [this] { EXPECT_FALSE(Daemon::OpenLogFile(File(), -1, O_CREAT)); });
+    ExpectMessage(3, "daemon.cpp dup fd failed", [this] { EXPECT_FALSE(Daemon::OpenLogFile(File(), -1, O_CREAT)); });
 }
 
 TEST_F(LogFileTest, FileThatLandsOnTheClosedDescriptorIsKeptThere) {
@@ -190,13 +184,22 @@ TEST_F(LogFileTest, DescriptorZeroCanBeReplacedAsAnyOther) {
     EXPECT_EQ(log_.Text(), "");
 }
 
-TEST_F(LogFileTest, LinkInAFolderOfEverybodyIsNotFollowed) {
-    folder_.Share();
-    WriteText(folder_.File("target"), "of value");
-    std::filesystem::create_symlink(folder_.File("target"), File());
-    EXPECT_FALSE(Daemon::OpenLogFile(File(), STDERR_FILENO, O_CREAT | O_TRUNC));
-    EXPECT_EQ(ReadText(folder_.File("target")), "of value");
+TEST_F(LogFileTest, PipeWithoutAReaderIsRefusedRatherThanWaitedFor) {
+    ASSERT_EQ(mkfifo(File().c_str(), 0600), 0);
+    EXPECT_FALSE(Daemon::OpenLogFile(File(), STDERR_FILENO, O_CREAT));
     EXPECT_THAT(log_.Messages(), ElementsAre("daemon.cpp open log file [" + File() + "] failed"));
+}
+
+TEST_F(LogFileTest, PipeWithAReaderServesAndIsWrittenToAsUsual) {
+    ASSERT_EQ(mkfifo(File().c_str(), 0600), 0);
+    const int reader = open(File().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_TRUE(Daemon::OpenLogFile(File(), STDERR_FILENO, O_CREAT | O_TRUNC));
+    EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
+    Daemon::Log(3, "text");
+    std::string line(64, '\0');
+    EXPECT_EQ(read(reader, line.data(), line.size()), 26);
+    EXPECT_THAT(line, testing::HasSubstr(" text\n"));
+    close(reader);
 }
 
 TEST_F(LogFileTest, LinkInTheOwnersFolderIsFollowed) {

@@ -24,7 +24,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -82,7 +82,7 @@ TEST(Log, LineIsTheTimeFromMonthToYearThenABlankTheMessageAndALineFeed) {
 }
 
 TEST(Log, LineWithoutARenderedTimeHasNoTimeStamp) {
-    ardv::test::PlatformFaults faults;
+    PlatformFaults faults;
     faults.clockTextFails = true;
     const CapturedLog log(3);
     errno = EPERM;
@@ -146,8 +146,8 @@ TEST(Log, WritesAMessageOfAnyLengthInFull) {
 }
 
 TEST(Log, TakesItsArgumentsAsAListToo) {
-    EXPECT_THAT(ardv::test::MessagesAt(6, [&] { LogAsList(6, "%d and %s", 1, "two"); }), ElementsAre("1 and two"));
-    EXPECT_THAT(ardv::test::MessagesAt(5, [&] { LogAsList(6, "%d and %s", 1, "two"); }), IsEmpty());
+    EXPECT_THAT(MessagesAt(6, [&] { LogAsList(6, "%d and %s", 1, "two"); }), ElementsAre("1 and two"));
+    EXPECT_THAT(MessagesAt(5, [&] { LogAsList(6, "%d and %s", 1, "two"); }), IsEmpty());
 }
 
 TEST(LogCallSite, NamesItsSourceAndItsLineOrAFixedNumber) {

@@ -16,20 +16,12 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::CapturedLog;
-using ardv::test::ExpectMessage;
-using ardv::test::JsonOf;
-using ardv::test::kConfigFile;
-using ardv::test::kDeviceSettings;
-using ardv::test::MessagesAt;
-using ardv::test::WriteText;
+using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class RelaydConfTest : public ardv::test::DeviceTest {
+class RelaydConfTest : public DeviceTest {
 protected:
-    ~RelaydConfTest() override { ardv::test::MakeDevice(); }
-
     static Json::Value Value(const RelaydConf& conf, bool full) {
         Json::Value value;
         EXPECT_TRUE(conf.Write(value, full));
@@ -75,7 +67,7 @@ TEST_F(RelaydConfTest, SavedFormHasNoRunTimeMembersAndServersByTheirHostsAlone) 
 }
 
 TEST_F(RelaydConfTest, ReadsNoIdentityForItself) {
-    ardv::test::PlatformFaults faults;
+    PlatformFaults faults;
     const RelaydConf conf(nullptr);
     EXPECT_THAT(faults.CallsOf("GetToken"), IsEmpty());
     EXPECT_FALSE(Value(conf, true).isMember("serial"));
@@ -268,8 +260,8 @@ TEST_F(RelaydConfTest, DataForAliasRequestsIsAliasSettingsIdentityAndServerId) {
 }
 
 TEST_F(RelaydConfTest, DataForAliasRequestsReadsTheIdentityUntilItIsComplete) {
-    std::filesystem::remove(ardv::test::kIdentityFile);
-    ardv::test::PlatformFaults faults;
+    std::filesystem::remove(kIdentityFile);
+    PlatformFaults faults;
     const auto readsOfADump = [&] {
         faults.calls.clear();
         Json::Value value;
@@ -279,13 +271,33 @@ TEST_F(RelaydConfTest, DataForAliasRequestsReadsTheIdentityUntilItIsComplete) {
     const CapturedLog log(0);
     EXPECT_EQ(readsOfADump(), 1U);
     EXPECT_EQ(readsOfADump(), 1U) << "not read yet";
-    ardv::test::MakeDevice();
+    MakeDevice();
     EXPECT_EQ(readsOfADump(), 1U);
     EXPECT_EQ(readsOfADump(), 0U);
 }
 
+TEST_F(RelaydConfTest, DataForAliasRequestsDoesNotReadAgainForWantOfAMacAddress) {
+    WriteText(kIdentityFile, "serial=\"S\"\ntoken=\"T\"\napi_key=\"K\"\nmac=\"none\"\n");
+    const CapturedLog log(0);
+    Json::Value value;
+    conf_.DumpDataForAliasReq(value);
+    ASSERT_EQ(value["serial"], Json::Value("S"));
+    ASSERT_EQ(value["mac"], Json::Value(""));
+    const PlatformFaults faults;
+    conf_.DumpDataForAliasReq(value);
+    EXPECT_THAT(faults.CallsOf("GetToken"), IsEmpty());
+}
+
+TEST_F(RelaydConfTest, KernelLogSwitchCountsForNoOtherAnswerThanOne) {
+    PlatformFaults faults;
+    for (const auto& [result, level] : {std::pair(-1, 4), std::pair(0, 4), std::pair(2, 4), std::pair(1, 7)}) {
+        faults.keyValueResult = result;
+        EXPECT_EQ(Value(RelaydConf(nullptr), true)["log_level"], Json::Value(level)) << result;
+    }
+}
+
 TEST_F(RelaydConfTest, DataForAliasRequestsOfADeviceWithoutAnIdentityHasEmptyTexts) {
-    std::filesystem::remove(ardv::test::kIdentityFile);
+    std::filesystem::remove(kIdentityFile);
     const CapturedLog log(0);
     Json::Value value("no object");
     conf_.DumpDataForAliasReq(value);

@@ -74,8 +74,7 @@ TEST_P(OutcomeOfAnAnswer, IsLoggedUnlessItIsASuccess) {
         EXPECT_THAT(log.Lines(), IsEmpty());
         return;
     }
-    ExpectMessageOfLevel(6, "request.cpp http status: " + std::to_string(status),
-                         [&, c = code, s = status] { After(c, s); });
+    ExpectMessage(6, "request.cpp http status: " + std::to_string(status), [&, c = code, s = status] { After(c, s); });
 }
 
 TEST_P(OutcomeOfAnAnswer, EndsARunOfFailures) {
@@ -101,7 +100,7 @@ class OutcomeOfAFailure : public RequestError, public testing::WithParamInterfac
 
 TEST_P(OutcomeOfAFailure, IsReadFromLibcurlsResultAlone) {
     const auto [code, status, ret] = GetParam();
-    ExpectMessageOfLevel(3, Message(code), [&, c = code, s = status, r = ret] {
+    ExpectMessage(3, Message(code), [&, c = code, s = status, r = ret] {
         EndRun();
         EXPECT_EQ(After(c, s), r);
     });

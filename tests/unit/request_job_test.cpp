@@ -158,6 +158,16 @@ TEST_F(RequestJob, GathersItsCookiesOnce) {
     EXPECT_THAT(cookies, ElementsAre("127.0.0.1\tFALSE\t/\tFALSE\t0\tjob\t1"));
 }
 
+TEST_F(RequestJob, GathersItsCookiesAlsoWhenItFailed) {
+    const RawServer cut("HTTP/1.1 200 OK\r\nSet-Cookie: job=1\r\nContent-Length: 100\r\n\r\nbegun");
+    const auto job = Add(cut.Url());
+    ASSERT_TRUE(WaitForAll());
+    ASSERT_EQ(job->GetCurlResult(), CURLE_PARTIAL_FILE);
+    std::list<std::string> cookies;
+    EXPECT_TRUE(job->GetCookies(cookies));
+    EXPECT_THAT(cookies, ElementsAre("127.0.0.1\tFALSE\t/\tFALSE\t0\tjob\t1"));
+}
+
 TEST_F(RequestJob, RunsAHundredAtOnce) {
     constexpr int kJobs = 100;
     for (int i = 0; i < kJobs; ++i) {
@@ -190,8 +200,7 @@ TEST_F(RequestJob, NeedsAnEngineAndASetUp) {
 
 TEST_F(RequestJob, CannotBeAddedTwice) {
     const auto job = Add(server_.Url());
-    ExpectMessageOfLevel(3, "request.cpp curl_multi_add_handle() failed",
-                         [&] { EXPECT_FALSE(job->JobAdd(loop_.Multi())); });
+    ExpectMessage(3, "request.cpp curl_multi_add_handle() failed", [&] { EXPECT_FALSE(job->JobAdd(loop_.Multi())); });
     EXPECT_EQ(Mode(*job), "async");
     EXPECT_TRUE(WaitForAll());
     EXPECT_EQ(job->GetResponse(), "ok");
@@ -201,8 +210,8 @@ TEST_F(RequestJob, StaysOutOfAnEngineThatRefusesIt) {
     CurlFaults faults;
     faults.addResult = CURLM_OUT_OF_MEMORY;
     Request request(server_.Url().c_str(), "", false);
-    ExpectMessageOfLevel(3, "request.cpp curl_multi_add_handle() failed",
-                         [&] { EXPECT_FALSE(request.JobAdd(loop_.Multi())); });
+    ExpectMessage(3, "request.cpp curl_multi_add_handle() failed",
+                  [&] { EXPECT_FALSE(request.JobAdd(loop_.Multi())); });
     EXPECT_EQ(Mode(request), "sync");
     EXPECT_TRUE(request.Send());
 }
@@ -210,7 +219,7 @@ TEST_F(RequestJob, StaysOutOfAnEngineThatRefusesIt) {
 TEST_F(RequestJob, StaysAddedToAnEngineThatCannotStart) {
     CurlFaults faults;
     Request request(server_.Url().c_str(), "", false);
-    ExpectMessageOfLevel(3, "request.cpp curl_multi_socket_action failed", [&] {
+    ExpectMessage(3, "request.cpp curl_multi_socket_action failed", [&] {
         ASSERT_TRUE(request.Set(server_.Url(), std::string(), false));
         faults.actionResult = CURLM_INTERNAL_ERROR;
         EXPECT_FALSE(request.JobAdd(loop_.Multi()));
@@ -243,8 +252,7 @@ TEST_F(RequestJob, IsNotAddedWhenItsWriteTargetIsRefused) {
 TEST_F(RequestJob, KeepsItsHandleWhenItCannotBeRemoved) {
     const auto job = Add(server_.Url());
     CURLM* other = curl_multi_init();
-    ExpectMessageOfLevel(3, "request.cpp curl_multi_remove_handle() failed",
-                         [&] { EXPECT_FALSE(job->JobRemove(other)); });
+    ExpectMessage(3, "request.cpp curl_multi_remove_handle() failed", [&] { EXPECT_FALSE(job->JobRemove(other)); });
     curl_multi_cleanup(other);
     EXPECT_TRUE(job->IsValid());
     EXPECT_EQ(Mode(*job), "async");

@@ -4,7 +4,6 @@
 #include <resolv.h>
 
 #include <algorithm>
-#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,7 +35,8 @@ class RequestShare : public testing::Test {
 protected:
     RequestShare() {
         StartAfresh();
-        faults_.sharesReleased.clear();
+        faults_.shareEvents.clear();
+        faults_.liveShares.clear();
     }
 
     ~RequestShare() override {
@@ -49,10 +49,15 @@ protected:
         Request::CleanDnsCache();
     }
 
-    // An address may come again, for a later share.
-    bool WasReleased(CURLSH* share) const {
-        const auto& [made, released] = std::tie(faults_.sharesMade, faults_.sharesReleased);
-        return std::count(made.begin(), made.end(), share) == std::count(released.begin(), released.end(), share);
+    /** The number of the process's share; 0 if there is none. */
+    int Share(bool reset = false) const {
+        const auto share = faults_.liveShares.find(Request::GetCurlShare(reset));
+        return share == faults_.liveShares.end() ? 0 : share->second;
+    }
+
+    bool WasReleased(int share) const {
+        const auto event = "released " + std::to_string(share);
+        return std::count(faults_.shareEvents.begin(), faults_.shareEvents.end(), event) == 1;
     }
 
     void AnswerWithCookies(const std::vector<std::string>& cookies) {
@@ -81,17 +86,15 @@ TEST_F(RequestShare, IsMadeOnceAndSharesCookiesAndNames) {
     CURLSH* share = Request::GetCurlShare(false);
     ASSERT_NE(share, nullptr);
     EXPECT_EQ(Request::GetCurlShare(false), share);
-    EXPECT_THAT(faults_.sharesMade, ElementsAre(share));
+    EXPECT_THAT(faults_.shareEvents, ElementsAre("made 1"));
     EXPECT_THAT(faults_.sharedData, ElementsAre(CURL_LOCK_DATA_COOKIE, CURL_LOCK_DATA_DNS));
 }
 
 TEST_F(RequestShare, IsMadeAnewOnReset) {
-    CURLSH* share = Request::GetCurlShare(false);
-    CURLSH* fresh = Request::GetCurlShare(true);
-    ASSERT_NE(fresh, nullptr);
-    EXPECT_THAT(faults_.sharesReleased, ElementsAre(share));
-    EXPECT_THAT(faults_.sharesMade, ElementsAre(share, fresh));
-    EXPECT_EQ(Request::GetCurlShare(false), fresh);
+    EXPECT_EQ(Share(), 1);
+    EXPECT_EQ(Share(true), 2);
+    EXPECT_EQ(Share(), 2);
+    EXPECT_THAT(faults_.shareEvents, ElementsAre("made 1", "released 1", "made 2"));
 }
 
 TEST_F(RequestShare, IsMadeOnResetAlsoWhereThereIsNone) {
@@ -101,18 +104,17 @@ TEST_F(RequestShare, IsMadeOnResetAlsoWhereThereIsNone) {
 }
 
 TEST_F(RequestShare, IsReplacedOnResetWhileARequestStillHoldsIt) {
-    ExpectMessageOfLevel(5, kInUse, [&] {
+    ExpectMessage(5, kInUse, [&] {
         const Request request(server_.Url().c_str(), "", false);
-        CURLSH* share = Request::GetCurlShare(false);
-        EXPECT_NE(Request::GetCurlShare(true), share);
+        const int share = Share();
+        EXPECT_EQ(Share(true), share + 1);
         EXPECT_FALSE(WasReleased(share));
     });
 }
 
 TEST_F(RequestShare, CannotBeMadeWithoutMemory) {
     faults_.noShare = true;
-    ExpectMessageOfLevel(3, "request.cpp curl_share_init failed",
-                         [] { EXPECT_EQ(Request::GetCurlShare(false), nullptr); });
+    ExpectMessage(3, "request.cpp curl_share_init failed", [] { EXPECT_EQ(Request::GetCurlShare(false), nullptr); });
     faults_.noShare = false;
     EXPECT_NE(Request::GetCurlShare(false), nullptr);
 }
@@ -121,9 +123,10 @@ TEST_F(RequestShare, IsReleasedWhenItCannotShare) {
     for (const auto& [data, name] : {std::pair(CURL_LOCK_DATA_COOKIE, "CURL_LOCK_DATA_COOKIE"),
                                      std::pair(CURL_LOCK_DATA_DNS, "CURL_LOCK_DATA_DNS")}) {
         faults_.refusedShareData = data;
-        ExpectMessageOfLevel(3, std::string("request.cpp set ") + name + " failed", [&] {
+        ExpectMessage(3, std::string("request.cpp set ") + name + " failed", [&] {
             EXPECT_EQ(Request::GetCurlShare(false), nullptr);
-            EXPECT_TRUE(WasReleased(faults_.sharesMade.back()));
+            EXPECT_THAT(faults_.shareEvents.back(), StartsWith("released "));
+            EXPECT_THAT(faults_.liveShares, IsEmpty());
         });
     }
     faults_.refusedShareData.reset();
@@ -139,17 +142,17 @@ TEST_F(RequestShare, LosesTheOldOneWhenTheNewOneCannotBeMade) {
 }
 
 TEST_F(RequestShare, IsDroppedWithTheNamesCache) {
-    CURLSH* share = Request::GetCurlShare(false);
+    EXPECT_EQ(Share(), 1);
     const CapturedLog log;
     EXPECT_TRUE(Request::CleanDnsCache());
-    EXPECT_TRUE(WasReleased(share));
+    EXPECT_TRUE(WasReleased(1));
     EXPECT_TRUE(Request::CleanDnsCache()) << "there is none now";
     EXPECT_THAT(log.Lines(), IsEmpty());
-    EXPECT_THAT(faults_.sharesMade, SizeIs(1)) << "a new one is made when it is needed";
+    EXPECT_THAT(faults_.shareEvents, SizeIs(2)) << "a new one is made when it is needed";
 }
 
 TEST_F(RequestShare, IsReportedInUseWhenDroppedUnderLiveRequests) {
-    ExpectMessageOfLevel(5, kInUse, [&] {
+    ExpectMessage(5, kInUse, [&] {
         const Request request(server_.Url().c_str(), "", false);
         EXPECT_TRUE(Request::CleanDnsCache());
     });
@@ -157,37 +160,36 @@ TEST_F(RequestShare, IsReportedInUseWhenDroppedUnderLiveRequests) {
 
 TEST_F(RequestShare, ServesLiveRequestsAfterItWasDropped) {
     Request early(server_.Url().c_str(), "", false);
-    CURLSH* share = Request::GetCurlShare(false);
+    EXPECT_EQ(Share(), 1);
     StartAfresh();
     EXPECT_TRUE(early.Send());
     Request late(server_.Url().c_str(), "", false);
-    EXPECT_NE(Request::GetCurlShare(false), share);
+    EXPECT_EQ(Share(), 2);
     EXPECT_TRUE(late.Send());
     EXPECT_TRUE(early.Send());
-    EXPECT_FALSE(WasReleased(share));
+    EXPECT_FALSE(WasReleased(1));
 }
 
 TEST_F(RequestShare, IsReleasedOnceTheLastRequestLetsGo) {
-    std::vector<CURLSH*> dropped;
-    for (int i = 0; i < 3; ++i) {
+    for (const int share : {1, 2, 3}) {
         const Request request(server_.Url().c_str(), "", false);
-        dropped.push_back(Request::GetCurlShare(false));
+        EXPECT_EQ(Share(), share);
         StartAfresh();
-        EXPECT_FALSE(WasReleased(dropped.back()));
+        EXPECT_FALSE(WasReleased(share));
     }
     StartAfresh();
-    for (auto* share : dropped) {
+    for (const int share : {1, 2, 3}) {
         EXPECT_TRUE(WasReleased(share));
     }
 }
 
 TEST_F(RequestShare, IsReleasedWhenTheLastRequestMovesToTheNewOne) {
     Request request(server_.Url().c_str(), "", false);
-    CURLSH* share = Request::GetCurlShare(false);
+    EXPECT_EQ(Share(), 1);
     StartAfresh();
     ASSERT_TRUE(request.Set(server_.Url(), std::string(), false));
     StartAfresh();
-    EXPECT_TRUE(WasReleased(share));
+    EXPECT_TRUE(WasReleased(1));
 }
 
 TEST_F(RequestShare, RemembersNamesUntilTheCacheIsCleaned) {
@@ -314,7 +316,7 @@ INSTANTIATE_TEST_SUITE_P(RequestShare, HostOfAUrl,
 TEST_F(RequestShare, ReportsACookieListThatCannotBeHad) {
     Request request(server_.Url().c_str(), "", false);
     faults_.failingInfo[CURLINFO_COOKIELIST] = CURLE_UNKNOWN_OPTION;
-    ExpectMessageOfLevel(3, "request.cpp curl_easy_getinfo failed: 48", [&] { EXPECT_FALSE(request.SaveCookies()); });
+    ExpectMessage(3, "request.cpp curl_easy_getinfo failed: 48", [&] { EXPECT_FALSE(request.SaveCookies()); });
     const CapturedLog log;
     EXPECT_TRUE(request.Send()) << "the transfer itself is good";
     EXPECT_EQ(request.GetHttpStatus(), 200);

@@ -276,8 +276,7 @@ TEST(Request, GivesUpOnASilentServer) {
 TEST(Request, NamesTheUrlOfAFailedTransfer) {
     const auto url = RefusedUrl();
     Request request(url.c_str(), "secret=1", false);
-    ExpectMessageOfLevel(3, "request.cpp curl_easy_perform failed (7): [" + url + "]",
-                         [&] { EXPECT_FALSE(request.Send()); });
+    ExpectMessage(3, "request.cpp curl_easy_perform failed (7): [" + url + "]", [&] { EXPECT_FALSE(request.Send()); });
     EXPECT_EQ(request.GetCurlResult(), CURLE_COULDNT_CONNECT);
     EXPECT_EQ(request.GetError(), RELAYD_RET_ERR_NETWORK);
 }
@@ -345,10 +344,13 @@ TEST(Request, FailsWhenTheStatusCannotBeHad) {
     faults.failingInfo[CURLINFO_RESPONSE_CODE] = CURLE_UNKNOWN_OPTION;
     Request request(server.Url().c_str(), "", false);
     const auto text = std::string(curl_easy_strerror(CURLE_UNKNOWN_OPTION));
-    ExpectMessageOfLevel(3, "request.cpp Fail to get curl http info: 48, " + text, [&] {
+    ExpectMessage(3, "request.cpp Fail to get curl http info: 48, " + text, [&] {
         EXPECT_FALSE(request.Send());
         EXPECT_EQ(request.GetHttpStatus(), -1);
     });
+    faults.failingInfo.clear();
+    EXPECT_EQ(request.GetHttpStatus(), -1) << "it is not asked for again";
+    EXPECT_EQ(faults.infoCalls[CURLINFO_RESPONSE_CODE], 2) << "once for each transfer";
     EXPECT_EQ(faults.infoCalls[CURLINFO_COOKIELIST], 0);
     EXPECT_EQ(request.GetError(), RELAYD_RET_ERR_UNKNOWN);
 }
@@ -369,8 +371,8 @@ TEST_F(RequestOnTheWire, RefusesAnAnswerThatIsNoJson) {
         Request request(server_.Url().c_str(), "", false);
         ASSERT_TRUE(request.Send());
         Json::Value out = "as it was";
-        ExpectMessageOfLevel(7, "request.cpp failed to parse response: " + body,
-                             [&] { EXPECT_FALSE(request.GetResponse(out)); });
+        ExpectMessage(7, "request.cpp failed to parse response: " + body,
+                      [&] { EXPECT_FALSE(request.GetResponse(out)); });
         EXPECT_EQ(out, "as it was");
     }
 }
@@ -384,10 +386,12 @@ TEST(Request, ReadsItsDataAsJson) {
     EXPECT_EQ(out, data);
     for (const auto& text : {std::string("a=1"), std::string(100000, '[')}) {
         ASSERT_TRUE(request.SetData(text, true));
-        ExpectMessageOfLevel(7, "request.cpp failed to parse response: " + text,
-                             [&] { EXPECT_FALSE(request.GetData(out)); });
+        ExpectMessage(7, "request.cpp failed to parse response: " + text, [&] { EXPECT_FALSE(request.GetData(out)); });
         EXPECT_EQ(out, data);
     }
+    ASSERT_TRUE(request.SetData(std::string("token=secret&a=1"), true));
+    ExpectMessage(7, "request.cpp failed to parse response: token=***&a=1",
+                  [&] { EXPECT_FALSE(request.GetData(out)); });
 }
 
 TEST_F(RequestOnTheWire, DescribesItself) {

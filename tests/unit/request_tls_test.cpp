@@ -156,6 +156,18 @@ TEST_F(EncryptedRequest, TrustsNobodyWhereThereIsNoBundle) {
     EXPECT_TRUE(server->Seen().empty());
 }
 
+TEST_F(EncryptedRequest, KeepsTrustingWhileItIsUsedAgainAndAFreshOneDoesNot) {
+    const auto server = Serve("valid");
+    Request early(server->Url("/", kHost).c_str(), "", false);
+    ASSERT_TRUE(early.Send());
+    WriteText(kBundle, bundle_);
+    EXPECT_TRUE(early.Send()) << "the parsed bundle is kept for a day";
+    Request late(server->Url("/", kHost).c_str(), "", false);
+    const CapturedLog log;
+    EXPECT_FALSE(late.Send());
+    EXPECT_EQ(late.GetCurlResult(), CURLE_PEER_FAILED_VERIFICATION);
+}
+
 TEST_F(EncryptedRequest, TakesUpAChangedBundle) {
     WriteText(kBundle, bundle_);
     const auto server = Serve("valid");

@@ -9,10 +9,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::JsonOf;
-using ardv::test::kEnvironmentFile;
-using ardv::test::WriteText;
-using ardv::test::Written;
+using namespace ardv::test;
 
 ServerConf Server(const char* json) {
     return ServerConf(JsonOf(json));
@@ -70,7 +67,7 @@ class ServerUrl : public testing::TestWithParam<UrlCase> {};
 
 TEST_P(ServerUrl, IsThatOfAValidServerAndEmptyForAnother) {
     const auto server = Server(GetParam().server);
-    const ardv::test::CapturedLog log;
+    const CapturedLog log;
     EXPECT_EQ(server.IsValid(), GetParam().url[0] != '\0');
     EXPECT_EQ(server.GetUrl(nullptr), GetParam().url);
     EXPECT_EQ(log.Text(), "");
@@ -141,7 +138,7 @@ TEST(ServerConf, SettersReplaceWithoutACheck) {
               "{\"host\":\"a.zz\",\"ip\":\"\",\"page\":\"Serv.php\",\"port\":-3,\"protocol\":\"ftp\"}\n");
 }
 
-using ServerEnvironment = ardv::test::DeviceTest;
+using ServerEnvironment = DeviceTest;
 
 TEST_F(ServerEnvironment, RegionWithoutAFileIsTheFirstLabelWithoutItsLastCharacter) {
     const struct {
@@ -149,7 +146,7 @@ TEST_F(ServerEnvironment, RegionWithoutAFileIsTheFirstLabelWithoutItsLastCharact
         const char* region;
     } cases[] = {{"abc.example", "ab"}, {"a.example", ""}, {".x", ".x"},        {".", "."},
                  {"localhost", ""},     {"", ""},          {"eu12.a.b", "eu1"}, {"..x", "..x"}};
-    const ardv::test::CapturedLog log;
+    const CapturedLog log;
     for (const auto& [host, region] : cases) {
         EXPECT_EQ(ServerConf(host, nullptr).GetRegion(), region) << host;
     }
@@ -183,11 +180,11 @@ TEST_F(ServerEnvironment, MembersOfAnotherTypeAndFilesOfAnotherShapeCountAsNothi
 
 TEST_F(ServerEnvironment, DamagedFileIsMovedAsideAndCountsAsNothing) {
     WriteText(kEnvironmentFile, "{\"relay_region\":\"eu\"");
-    const ardv::test::CapturedLog log;
+    const CapturedLog log;
     EXPECT_EQ(ServerConf("abc.example", nullptr).GetRegion(), "ab");
     EXPECT_THAT(log.Messages(), testing::ElementsAre("config.cpp bad json format [/usr/ardv/etc/ardvrelayd/env.conf]"));
     EXPECT_FALSE(std::filesystem::exists(kEnvironmentFile));
-    EXPECT_EQ(ardv::test::ReadText(std::string(kEnvironmentFile) + ".bad"), "{\"relay_region\":\"eu\"");
+    EXPECT_EQ(ReadText(std::string(kEnvironmentFile) + ".bad"), "{\"relay_region\":\"eu\"");
     EXPECT_EQ(ServerConf("abc.example", nullptr).GetDDNSDomain(), "");
 }
 

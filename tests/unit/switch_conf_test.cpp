@@ -8,8 +8,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-using ardv::test::JsonOf;
-using ardv::test::Written;
+using namespace ardv::test;
 
 template <typename Conf>
 class EverySwitch : public testing::Test {};

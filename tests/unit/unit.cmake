@@ -23,6 +23,7 @@ ardv_add_test(ardv_unit_tests
   unit/alias_status_test.cpp
   unit/auth_conf_test.cpp
   unit/config_base_test.cpp
+  unit/cutil_test.cpp
   unit/files_test.cpp
   unit/headers_test.cpp
   unit/identity_test.cpp
@@ -33,11 +34,13 @@ ardv_add_test(ardv_unit_tests
   unit/relayd_conf_file_test.cpp
   unit/relayd_conf_test.cpp
   unit/server_conf_test.cpp
+  unit/shared_folder_test.cpp
   unit/switch_conf_test.cpp
   unit/vocabulary_test.cpp
+  support/memory_faults.cpp
   support/platform_faults.cpp
   support/random_json.cpp
-  support/scratch_folder.cpp)
+  support/system_log.cpp)
 list(JOIN ARDVRELAYD_PUBLIC_HEADERS " " headers_list)
 target_compile_definitions(ardv_unit_tests PRIVATE
   ARDV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ARDVRELAYD_PUBLIC_HEADERS="${headers_list}")
