@@ -209,7 +209,7 @@ std::string AliasServer::AnswerPage(const SeenRequest& seen, const httplib::Requ
                                     httplib::Response& response) {
     std::optional<Fault> fault;
     const bool isDone = faults_.Play(*Connection::Current(), fault);
-    const std::string mark = fault ? "fault:" + std::string(FaultName(*fault)) : "";
+    std::string mark = fault ? "fault:" + std::string(FaultName(*fault)) : "";
     if (isDone) {
         return mark;
     }

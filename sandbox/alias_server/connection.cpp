@@ -61,7 +61,7 @@ void ReadAddress(int socket, NameOf nameOf, std::string& text, int& port) {
         return;
     }
     text = address;
-    port = std::atoi(service);
+    port = static_cast<int>(std::strtol(service, nullptr, 10));
 }
 
 int Clamp(size_t size) {

@@ -70,7 +70,7 @@ bool IsAliasText(const std::string& text) {
 
 bool IsNumber(const std::string& text) {
     const std::string_view digits = std::string_view(text).substr(text.starts_with('-') ? 1 : 0);
-    return !digits.empty() && digits.size() <= 10 && digits.find_first_not_of("0123456789") == digits.npos;
+    return !digits.empty() && digits.size() <= 10 && digits.find_first_not_of("0123456789") == std::string::npos;
 }
 
 bool IsAnything(const std::string&) {
@@ -149,7 +149,7 @@ std::optional<AliasReply> RefuseTakeover(const Context& context, const AliasReco
 }
 
 AliasReply MapAlias(Context& context) {
-    if (context.data.blocked.count(context.alias) != 0) {
+    if (context.data.blocked.contains(context.alias)) {
         return Say(Word::kViolation, context.alias);
     }
     const auto found = context.data.aliases.find(context.alias);
@@ -179,7 +179,7 @@ std::optional<AliasReply> RefuseOwnership(const Context& context) {
 }
 
 AliasReply KeepAlive(Context& context) {
-    if (context.data.blocked.count(context.alias) != 0) {
+    if (context.data.blocked.contains(context.alias)) {
         return Say(Word::kViolation, context.alias);
     }
     if (auto refusal = RefuseOwnership(context)) {
@@ -245,7 +245,7 @@ std::optional<AliasReply> RefuseFields(const Action& action, const Form& form) {
 }
 
 AliasReply Run(const Action& action, Context& context) {
-    if (context.data.expiredKeys.count(context.form.Get("key")) != 0) {
+    if (context.data.expiredKeys.contains(context.form.Get("key"))) {
         return Say(Word::kKeyExpired);
     }
     if (action.identifies && !Identify(context)) {
@@ -284,8 +284,8 @@ AliasReply Answer(Registry& registry, const AliasCall& call) {
     const bool isSafe = registry.Transact(
         [&](RegistryData& data) {
             bool changed = false;
-            reply = data.blockedAddresses.count(call.client) != 0 ? Say(Word::kBadAddress)
-                                                                  : AnswerForm(data, call, changed);
+            reply =
+                data.blockedAddresses.contains(call.client) ? Say(Word::kBadAddress) : AnswerForm(data, call, changed);
             return changed;
         },
         error);

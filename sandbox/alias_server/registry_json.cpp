@@ -72,7 +72,7 @@ bool KnowsOnly(const Json::Value& json, const Table& table, const std::string& p
     for (const std::string& name : json.getMemberNames()) {
         const auto same = [&](const auto& member) { return name == member.name; };
         if (std::none_of(table.begin(), table.end(), same)) {
-            return Refuse(place + "." + name, "is not known", error);
+            return Refuse(std::string(place).append(".").append(name), "is not known", error);
         }
     }
     return true;
@@ -142,7 +142,7 @@ bool CheckAlias(const std::string& name, const AliasRecord& record, const Regist
 
 bool CheckNames(const RegistryData& data, std::string& error) {
     const bool plain = std::all_of(data.blocked.begin(), data.blocked.end(), IsAliasName);
-    if (!plain || data.devices.count("") != 0) {
+    if (!plain || data.devices.contains("")) {
         return Refuse(plain ? "devices" : "blocked", "has an impossible name", error);
     }
     return std::all_of(data.aliases.begin(), data.aliases.end(),
