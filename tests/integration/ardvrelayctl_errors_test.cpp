@@ -167,7 +167,8 @@ TEST_F(ArdvrelayctlAlias, TellsProgramsOfItsFailuresInJson) {
 }
 
 TEST_F(ArdvrelayctlAlias, ReportsAStatusFileThatCannotBeWritten) {
-    ASSERT_EQ(mount("tmpfs", "/tmp", "tmpfs", MS_RDONLY, nullptr), 0);
+    ASSERT_EQ(mount("/tmp", "/tmp", nullptr, MS_BIND | MS_REC, nullptr), 0);
+    ASSERT_EQ(mount(nullptr, "/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
     const auto words = Alias({"map"});
     const auto json = Alias({"map", "--json"});
     ASSERT_EQ(umount2("/tmp", MNT_DETACH), 0);
