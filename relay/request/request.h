@@ -31,7 +31,7 @@ struct ARDVRELAYD_API CurlCleanup {
  *
  * All requests of a process share their cookies and resolved names through one libcurl share handle, which has no
  * locks: requests belong to one thread. Failures are logged under the source name "request.cpp" and become results;
- * nothing throws.
+ * no answer and no input makes it throw.
  *
  * A transfer has 20 s to connect and 60 s in all, closes its connection, follows no redirect, and verifies the server's
  * certificate and name for URLs that begin with "https://". Trust is libcurl's default CA bundle file and not its CA
