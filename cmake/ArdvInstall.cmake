@@ -14,7 +14,7 @@ foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH folder)
   install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd/${folder})
 endforeach()
-install(DIRECTORY platform/include/ardv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY platform/include/ardv platform/include/ardvw3 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT ardvrelayd-targets NAMESPACE ardvrelayd:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ardvrelayd)
 configure_package_config_file(cmake/ardvrelayd-config.cmake.in ardvrelayd-config.cmake
