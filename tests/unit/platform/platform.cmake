@@ -13,6 +13,10 @@ if(ARDV_PLATFORM STREQUAL "linux")
   list(APPEND platform_sources
     unit/platform/cloud_identity_test.cpp
     unit/platform/error_place_test.cpp
+    unit/platform/interface_kind_test.cpp
+    unit/platform/interface_table_test.cpp
+    unit/platform/interface_type_test.cpp
+    ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
     unit/platform/user_agent_version_test.cpp
     unit/platform/wired_interface_test.cpp)
 endif()
