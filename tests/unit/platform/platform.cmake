@@ -17,6 +17,8 @@ if(ARDV_PLATFORM STREQUAL "linux")
     unit/platform/interface_table_test.cpp
     unit/platform/interface_type_test.cpp
     ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
+    unit/platform/network_address_test.cpp
+    unit/platform/pppoe_test.cpp
     unit/platform/user_agent_version_test.cpp
     unit/platform/wired_interface_test.cpp)
 endif()
