@@ -19,7 +19,9 @@ if(ARDV_PLATFORM STREQUAL "linux")
     ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
     unit/platform/network_address_test.cpp
     unit/platform/pppoe_test.cpp
+    unit/platform/settings_cache_test.cpp
     unit/platform/user_agent_version_test.cpp
+    support/file_opens.cpp
     unit/platform/wired_interface_test.cpp)
 endif()
 ardv_add_test(ardv_platform_tests ${platform_sources})
