@@ -9,6 +9,9 @@ endif()
 install(TARGETS ${ARDV_INSTALLED_TARGETS} EXPORT ardvrelayd-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS ardvrelayctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(ARDV_PLATFORM STREQUAL "linux")  # a device's own system has its services elsewhere
+  install(FILES packaging/etc/ardv/services.d/ardvrelayd.json DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/ardv/services.d)
+endif()
 
 foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH folder)

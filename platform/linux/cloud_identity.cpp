@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -14,6 +13,7 @@
 #include "platform/linux/file.h"
 #include "platform/linux/hardware_address.h"
 #include "platform/linux/key_value_text.h"
+#include "platform/linux/text_buffer.h"
 
 namespace ARDV::Platform {
 
@@ -21,50 +21,6 @@ namespace {
 
 constexpr const char* kIdentityFile = "/etc/ardv/identity.conf";
 constexpr std::size_t kMaxIdentityBytes = 65536;
-
-/// A caller's buffer, empty from the start, so that every failure leaves it so.
-class Buffer {
-public:
-    Buffer(char* data, std::size_t size) : data_(data), size_(size) {
-        if (IsUsable()) {
-            *data_ = '\0';
-        }
-    }
-
-    bool IsUsable() const { return data_ != nullptr && size_ > 0; }
-
-    Failure CheckRoom(std::string_view value) const {
-        if (value.find('\0') != std::string_view::npos) {
-            return MakeError(ARDV_ERR_BAD_VALUE);
-        }
-        return value.size() < size_ ? Failure{} : MakeError(ARDV_ERR_BUFFER_TOO_SMALL);
-    }
-
-    /// Stores a value that has room.
-    void Store(std::string_view value) const {
-        std::memcpy(data_, value.data(), value.size());
-        data_[value.size()] = '\0';
-    }
-
-private:
-    char* data_;
-    std::size_t size_;
-};
-
-int Finish(const Failure& failure) {
-    return failure ? Fail(*failure) : 0;
-}
-
-Failure StoreWhole(const Result<std::string>& value, const Buffer& buffer) {
-    if (!value) {
-        return value.Reason();
-    }
-    if (const Failure failure = buffer.CheckRoom(*value)) {
-        return failure;
-    }
-    buffer.Store(*value);
-    return {};
-}
 
 bool CouldOthersHaveWritten(const struct stat& status) {
     const bool isOthers = status.st_uid != 0 && status.st_uid != geteuid();
@@ -95,7 +51,7 @@ Result<std::string> ReadApiKey() {
     return identity ? NeededValue(*identity, "api_key") : identity.Reason();
 }
 
-Failure ReadSerialAndToken(const Buffer& serialBuffer, const Buffer& tokenBuffer) {
+Failure ReadSerialAndToken(const TextBuffer& serialBuffer, const TextBuffer& tokenBuffer) {
     const Result<std::string> identity = ReadIdentity();
     if (!identity) {
         return identity.Reason();
@@ -174,8 +130,8 @@ Result<std::string> ReadMacText() {
 using namespace ARDV::Platform;
 
 int ARDVCloudServiceHstokenGetToken(char* serial, size_t serialSize, char* token, size_t tokenSize) {
-    const Buffer serialBuffer(serial, serialSize);
-    const Buffer tokenBuffer(token, tokenSize);
+    const TextBuffer serialBuffer(serial, serialSize);
+    const TextBuffer tokenBuffer(token, tokenSize);
     if (!serialBuffer.IsUsable() || !tokenBuffer.IsUsable()) {
         return Fail(ARDV_ERR_INVALID_ARGUMENT);
     }
@@ -183,7 +139,7 @@ int ARDVCloudServiceHstokenGetToken(char* serial, size_t serialSize, char* token
 }
 
 int ARDVCloudServiceHstokenGenerateToken(const char* serial, char* token, size_t size) {
-    const Buffer buffer(token, size);
+    const TextBuffer buffer(token, size);
     if (!buffer.IsUsable() || serial == nullptr || *serial == '\0') {
         return Fail(ARDV_ERR_INVALID_ARGUMENT);
     }
@@ -191,7 +147,7 @@ int ARDVCloudServiceHstokenGenerateToken(const char* serial, char* token, size_t
 }
 
 int ARDVCloudServiceGetApiKey(char* key, int flags) {
-    const Buffer buffer(key, ARDV_API_KEY_SIZE);
+    const TextBuffer buffer(key, ARDV_API_KEY_SIZE);
     if (!buffer.IsUsable() || flags != 0) {
         return Fail(ARDV_ERR_INVALID_ARGUMENT);
     }
@@ -199,7 +155,7 @@ int ARDVCloudServiceGetApiKey(char* key, int flags) {
 }
 
 int ARDVHsinfoCloudServiceGetMacAddress(char* mac, size_t size) {
-    const Buffer buffer(mac, size);
+    const TextBuffer buffer(mac, size);
     if (!buffer.IsUsable()) {
         return Fail(ARDV_ERR_INVALID_ARGUMENT);
     }

@@ -7,6 +7,7 @@
 
 #include "platform/linux/error.h"
 #include "platform/linux/file.h"
+#include "platform/linux/key_value_cache.h"
 #include "platform/linux/key_value_text.h"
 
 namespace ARDV::Platform {
@@ -26,24 +27,23 @@ void StoreCut(std::string_view value, char* buffer, std::size_t size) {
 }
 
 int Get(const char* file, const char* key, char* buffer, std::size_t size) {
-    const Result<FileContents> contents = ReadFile(file, kMaxFileBytes);
-    if (!contents) {
-        return Fail(contents.Reason());
-    }
-    const std::optional<std::string> value = GetKeyValue(contents->text, key);
+    const Result<MaybeText> value = ReadKeyValue(file, key);
     if (!value) {
+        return Fail(value.Reason());
+    }
+    if (!*value) {
         return 0;
     }
-    StoreCut(*value, buffer, size);
+    StoreCut(**value, buffer, size);
     return 1;
 }
 
 int Check(const char* file, const char* key, const char* value) {
-    const Result<FileContents> contents = ReadFile(file, kMaxFileBytes);
-    if (!contents) {
-        return Fail(contents.Reason());
+    const Result<MaybeText> found = ReadKeyValue(file, key);
+    if (!found) {
+        return Fail(found.Reason());
     }
-    return GetKeyValue(contents->text, key) == std::string_view(value) ? 1 : 0;
+    return *found == std::string_view(value) ? 1 : 0;
 }
 
 FileAttributes AttributesOf(const struct stat& status) {

@@ -2,6 +2,7 @@
 #include "platform/linux/key_value_text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ARDV::Platform {
 
@@ -35,17 +36,29 @@ string_view TakeLine(string_view& text) {
     return line;
 }
 
+/// The two sides of an entry's first "=": the key without its blanks, and all that follows.
+struct Entry {
+    string_view key;
+    string_view part;
+};
+
+/// Nothing for a line that is no entry; it begins after its blanks.
+std::optional<Entry> SplitEntry(string_view line) {
+    const std::size_t equals = line.find('=');
+    if (equals == string_view::npos || equals == 0 || line.front() == '#') {
+        return {};
+    }
+    return Entry{DropBlanksAtEnd(line.substr(0, equals)), line.substr(equals + 1)};
+}
+
 /// What follows the "=" of an entry of `key`; nothing for any other line.
 std::optional<string_view> ValuePart(string_view line, string_view key) {
     line = SkipBlanks(line);
-    if (!line.starts_with(key.front()) || line.front() == '#') {
+    if (!line.starts_with(key.front())) {
         return {};
     }
-    const std::size_t equals = line.find('=');
-    if (equals == string_view::npos || DropBlanksAtEnd(line.substr(0, equals)) != key) {
-        return {};
-    }
-    return line.substr(equals + 1);
+    const std::optional<Entry> entry = SplitEntry(line);
+    return entry && entry->key == key ? std::optional(entry->part) : std::nullopt;
 }
 
 /// Where the quote that is open at the start of `text` is closed; npos when it isn't.
@@ -164,6 +177,29 @@ std::string DecodeKeyValue(const KeyValueToken& token) {
 std::optional<std::string> GetKeyValue(string_view text, string_view key) {
     const std::optional<KeyValueToken> token = FindKeyValue(text, key);
     return token ? std::optional(DecodeKeyValue(*token)) : std::nullopt;
+}
+
+KeyValueIndex::KeyValueIndex(std::string text) : text_(std::move(text)) {
+    string_view rest = text_;
+    while (!rest.empty()) {
+        if (const std::optional<Entry> entry = SplitEntry(SkipBlanks(TakeLine(rest)))) {
+            parts_.emplace_back(entry->key, entry->part);
+        }
+    }
+    const auto isBefore = [](const Part& left, const Part& right) { return left.first < right.first; };
+    const auto isSame = [](const Part& left, const Part& right) { return left.first == right.first; };
+    std::stable_sort(parts_.begin(), parts_.end(), isBefore);
+    parts_.erase(std::unique(parts_.begin(), parts_.end(), isSame), parts_.end());
+    parts_.shrink_to_fit();
+}
+
+std::optional<std::string> KeyValueIndex::Get(string_view key) const {
+    const auto found = std::lower_bound(parts_.begin(), parts_.end(), key,
+                                        [](const Part& part, string_view wanted) { return part.first < wanted; });
+    if (found == parts_.end() || found->first != key) {
+        return {};
+    }
+    return DecodeKeyValue(Tokenize(text_, found->second));
 }
 
 std::optional<std::string> SetKeyValue(string_view text, string_view key, string_view value) {

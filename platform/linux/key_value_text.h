@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace ARDV::Platform {
 
@@ -26,6 +28,22 @@ std::string DecodeKeyValue(const KeyValueToken& token);
 
 /// The value of the first entry of `key`; nothing when there is none.
 std::optional<std::string> GetKeyValue(std::string_view text, std::string_view key);
+
+/// All entries of a text, for many lookups. Finds what `GetKeyValue` finds in the text.
+class KeyValueIndex {
+public:
+    explicit KeyValueIndex(std::string text);
+    KeyValueIndex(const KeyValueIndex&) = delete;
+    KeyValueIndex& operator=(const KeyValueIndex&) = delete;
+
+    std::optional<std::string> Get(std::string_view key) const;
+
+private:
+    using Part = std::pair<std::string_view, std::string_view>;  ///< a key, and what follows its "="
+
+    std::string text_;
+    std::vector<Part> parts_;  ///< the first entry of each key, in the order of the keys; views into `text_`
+};
 
 /// The text with `key` set to `value`, all else unchanged; nothing when it has that value already. Both must be
 /// writable.

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/linux/deadline.h"
-#include "platform/linux/default_route.h"
+#include "platform/linux/router_link.h"
 #include "platform/linux/error.h"
 #include "platform/linux/gateway_http.h"
 #include "platform/linux/ssdp_search.h"
@@ -44,21 +44,21 @@ public:
     Result<int> Find(int port);
 
 private:
-    void Meet(const DefaultRoute& route);
+    void Meet(const RouterLink& route);
     void Refresh();
     Result<MappingList> Ask();
     Result<MappingList> SearchAndAsk(GatewayHttp& http, const Deadline& deadline);
     Result<int> FindInList(int port) const;
 
     std::mutex mutex_;
-    DefaultRoute route_;
+    RouterLink route_;
     std::vector<ConnectionService> connections_;
     Result<MappingList> list_ = Error{};
     Clock::time_point goodUntil_ = Clock::time_point::min();
 };
 
 Result<int> Router::Find(int port) {
-    const Result<DefaultRoute> route = ReadDefaultRoute();
+    const Result<RouterLink> route = ReadRouterLink();
     if (!route) {
         return route.Reason();
     }
@@ -69,7 +69,7 @@ Result<int> Router::Find(int port) {
 }
 
 /// Another way out leads to another router: forgets what was known.
-void Router::Meet(const DefaultRoute& route) {
+void Router::Meet(const RouterLink& route) {
     if (route_ == route) {
         return;
     }

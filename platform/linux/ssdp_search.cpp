@@ -45,7 +45,7 @@ in_addr Group() {
 }
 
 /// A socket on the device's address that sends to groups on the route's interface.
-Result<FileDescriptor> OpenSocket(const DefaultRoute& route) {
+Result<FileDescriptor> OpenSocket(const RouterLink& route) {
     FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in own{};
     own.sin_family = AF_INET;
@@ -126,7 +126,7 @@ std::optional<std::string> TakeAnswer(int socket, in_addr gateway) {
 
 }  // namespace
 
-Result<std::string> FindGatewayDescription(const DefaultRoute& route, const Deadline& deadline) {
+Result<std::string> FindGatewayDescription(const RouterLink& route, const Deadline& deadline) {
     const Result<FileDescriptor> socket = OpenSocket(route);
     if (!socket) {
         return socket.Reason();

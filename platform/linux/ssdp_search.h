@@ -4,8 +4,8 @@
 #include <string>
 
 #include "platform/linux/deadline.h"
-#include "platform/linux/default_route.h"
 #include "platform/linux/error.h"
+#include "platform/linux/router_link.h"
 
 namespace ARDV::Platform {
 
@@ -15,6 +15,6 @@ namespace ARDV::Platform {
 ///
 /// Returns the URL of the description. Failures: ARDV_ERR_NO_ANSWER (none until the deadline), ARDV_ERR_NO_DEVICE
 /// (nothing can be sent).
-Result<std::string> FindGatewayDescription(const DefaultRoute& route, const Deadline& deadline);
+Result<std::string> FindGatewayDescription(const RouterLink& route, const Deadline& deadline);
 
 }  // namespace ARDV::Platform
