@@ -10,7 +10,7 @@
 
 #include <relay/config/config.h>
 
-#include "counted_memory.h"
+#include "counted_run.h"
 
 namespace ardv::bench {
 namespace {
@@ -38,19 +38,6 @@ Json::Value Configuration() {
         value["service"].append(service);
     }
     return value;
-}
-
-template <typename Once>
-void Run(benchmark::State& state, Once once) {
-    const auto before = AllocationCount();
-    for (auto _ : state) {
-        if (!once()) {
-            state.SkipWithError("failed");
-            return;
-        }
-    }
-    state.counters["allocs"] =
-        benchmark::Counter(static_cast<double>(AllocationCount() - before), benchmark::Counter::kAvgIterations);
 }
 
 void ReaderOnAStream(benchmark::State& state) {

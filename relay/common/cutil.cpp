@@ -9,6 +9,7 @@
 #include <relay/config/config.h>
 #include <relay/config/paths.h>
 #include <relay/daemon/log.h>
+#include <relay/utils/host_name.h>
 #include <relay/utils/json_text.h>
 
 RELAY_LOG_SOURCE("cutil.cpp");
@@ -17,8 +18,6 @@ namespace {
 
 using namespace ARDV::Relay;
 
-// Four times what DNS allows: the expression's matcher recurses for each byte.
-constexpr std::size_t kMaxHostLength = 1024;
 constexpr std::size_t kMatches = 2;  // the whole and its one group
 
 Json::Value ReadConfiguration() {
@@ -43,9 +42,8 @@ bool Offers(const Json::Value& configuration, const std::string& service) {
 }
 
 int CopyPortalDomain(const std::string& host, char* buffer, std::size_t size) {
-    const std::regex expression("^.+\\.(tethra\\.[a-zA-Z0-9]+)$");
     std::smatch match;
-    if (host.size() > kMaxHostLength || !std::regex_match(host, match, expression)) {
+    if (!Utils::MatchHostName(host, "^.+\\.(tethra\\.[a-zA-Z0-9]+)$", match)) {
         syslog(LOG_ERR, "%s:%d Failed to parse control domain: %s", kRelayLogSource, __LINE__, host.c_str());
         return -1;
     }

@@ -6,8 +6,8 @@
 #include <ardv/cloud_identity.h>
 #include <ardv/key_value_file.h>
 
-#include <relay/config/device_settings.h>
 #include <relay/daemon/log.h>
+#include <relay/utils/device_settings.h>
 #include <relay/utils/json_text.h>
 
 RELAY_LOG_SOURCE("auth_conf.cpp");
@@ -52,12 +52,12 @@ bool AuthConf::ReadConf() {
     Buffer<kSerialSize> serial = {};
     Buffer<kTokenSize> token = {};
     if (ARDVCloudServiceHstokenGetToken(serial.data(), serial.size(), token.data(), token.size()) < 0) {
-        RELAY_LOG_PLATFORM_FAILURE("ARDVCloudServiceHstokenGetToken");
+        RELAY_LOG_PLATFORM_FAILURE(LOG_ERR, "ARDVCloudServiceHstokenGetToken failed:");
         return false;
     }
     Buffer<kTextSize> model = {};
     if (ALIBCFileGetKeyValue("/etc.defaults/ardvinfo.conf", "upnpmodelname", model.data(), model.size(), 0) < 0) {
-        RELAY_LOG_PLATFORM_FAILURE("ALIBCFileGetKeyValue");
+        RELAY_LOG_PLATFORM_FAILURE(LOG_ERR, "ALIBCFileGetKeyValue failed:");
         return false;
     }
     serial_ = serial.data();

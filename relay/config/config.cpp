@@ -3,9 +3,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <utility>
+
 #include <relay/common/deployment.h>
-#include <relay/config/device_settings.h>
+#include <relay/config/paths.h>
 #include <relay/daemon/log.h>
+#include <relay/utils/device_settings.h>
 #include <relay/utils/json_text.h>
 
 RELAY_LOG_SOURCE("config.cpp");
@@ -38,6 +42,7 @@ RelaydConf::RelaydConf(const char* path)
     : serverGlobal_(DefaultServer("https", 443)),
       serverControl_(DefaultServer("https", 443)),
       serverWaitCmd_(DefaultServer("http", 80)),
+      network_(false),
       auth_(false),
       logLevel_(LOG_WARNING) {
     if (path) {
@@ -72,9 +77,21 @@ bool RelaydConf::Overwrite(const Json::Value& value) {
         MergePart(value, "server_kova", serverKova_);
     }
     if (const auto* services = JsonText::Member(value, "service"); services && services->isArray()) {
-        services_ = *services;
+        RebuildServices(*services);
     }
     return true;
+}
+
+void RelaydConf::RebuildServices(const Json::Value& list) {
+    services_.clear();
+    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
+        ServiceConf service(list[i], true);
+        if (!service.IsValid()) {
+            RELAY_LOG(LOG_ERR, "invalid service config: %d", static_cast<int>(i));
+        } else if (!GetServiceById(service.GetId())) {
+            services_.push_back(std::move(service));
+        }
+    }
 }
 
 bool RelaydConf::IsValid() const {
@@ -88,6 +105,12 @@ bool RelaydConf::IsValid() const {
     for (const auto& [part, name] : parts) {
         if (!part.IsValid()) {
             RELAY_LOG(LOG_ERR, "wrong %s server config", name);
+            return false;
+        }
+    }
+    for (const auto& service : services_) {
+        if (!service.IsValid()) {
+            RELAY_LOG(LOG_ERR, "wrong service [%s] config", service.GetId().c_str());
             return false;
         }
     }
@@ -108,7 +131,10 @@ bool RelaydConf::Write(Json::Value& value, bool full) const {
     if (!serverId_.empty()) {
         value["serverID"] = serverId_;
     }
-    value["service"] = services_;
+    auto& services = value["service"] = Json::Value(Json::arrayValue);
+    for (const auto& service : services_) {
+        service.Write(services.append(Json::Value()), full);
+    }
     value["log_level"] = logLevel_;
     value["log_file"] = logFile_;
     value["disable_holepunch"] = disableHolepunch_;
@@ -116,8 +142,28 @@ bool RelaydConf::Write(Json::Value& value, bool full) const {
         value["enable"] = enable_;
         value["debug"] = debug_;
         value["pid"] = getpid();
+        network_.Write(value["network"], true);
     }
     return true;
+}
+
+bool RelaydConf::Reload() {
+    RelaydConf fresh(Paths::kMainConfigFile);
+    if (!fresh.IsValid()) {
+        RELAY_LOG(LOG_ERR, "reload config failed");
+        return false;
+    }
+    fresh.network_ = std::move(network_);  // its mode is no setting of the file
+    *this = std::move(fresh);
+    network_.ReadConf();
+    auth_.SetTimeZone(GetTimeZone());
+    return true;
+}
+
+const ServiceConf* RelaydConf::GetServiceById(const std::string& id) const {
+    const auto found =
+        std::find_if(services_.begin(), services_.end(), [&](const ServiceConf& s) { return s.GetId() == id; });
+    return found == services_.end() ? nullptr : &*found;
 }
 
 std::string RelaydConf::GetTimeZone() {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <json/value.h>
 
@@ -15,15 +16,17 @@
 #include <relay/config/auth_conf.h>
 #include <relay/config/config_base.h>
 #include <relay/config/kova_conf.h>
+#include <relay/config/network_conf.h>
 #include <relay/config/server_conf.h>
+#include <relay/config/service_conf.h>
 #include <relay/config/smartdns_conf.h>
 #include <relay/config/support_channel_conf.h>
 
 namespace ARDV::Relay {
 
 /**
- * The configuration of the daemon: servers, alias settings, account, switches, identity and log settings, kept in
- * "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf", a JSON object:
+ * The configuration of the daemon: servers, alias settings, account, switches, offered services, network, identity and log
+ * settings, kept in "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf", a JSON object:
  *
  * | key | JSON type | written |
  * |---|---|---|
@@ -32,9 +35,10 @@ namespace ARDV::Relay {
  * | "support_channel", "server_smartdns", "tethra" | object with "enabled" (boolean) | always |
  * | "server_kova" | object, see `KovaConf` | unless "kova_unified" is "yes" in "/etc/ardvinfo.conf" |
  * | "serverID" | string | when not empty |
- * | "service" | array of objects, kept as it is read | always |
+ * | "service" | array of objects, see `ServiceConf` | always |
  * | "log_level" (integer), "log_file" (string), "disable_holepunch" (boolean) | | always |
  * | "enable", "debug" (boolean), "pid" (integer, the calling process) | | only in full, never to a file |
+ * | "network" | object, see `NetworkConf` | only in full, never to a file |
  *
  * Messages are logged under the source name "config.cpp".
  */
@@ -51,7 +55,13 @@ public:
     RelaydConf(const RelaydConf&) = default;
     RelaydConf& operator=(const RelaydConf&) = default;
 
-    /** Merges every part that `value` names; false, with nothing changed, if `value` is no object. */
+    /**
+     * Merges every part that `value` names. An array "service" replaces the list of services: each element is read from the
+     * device and then merged with what it says itself. One that is not valid is dropped with a message of level 3, a second
+     * one with the same identifier silently.
+     *
+     * @return false, with nothing changed, if `value` is no object
+     */
     bool Overwrite(const Json::Value& value) override;
 
     /** Checks the parts in a fixed order and logs the first that is not valid at level 3. */
@@ -99,6 +109,14 @@ public:
      */
     static bool WriteJsonFile(const std::string& path, const Json::Value& value);
 
+    /**
+     * Takes the main file's settings over, whatever file this object was loaded from, and reads the network again. A file
+     * that is missing or damaged gives the defaults; one that is not valid changes nothing.
+     *
+     * @return false, with a message of level 3 and nothing changed, if the file is not valid
+     */
+    bool Reload();
+
     /** "timezone" of "/etc/ardvinfo.conf", at most 255 bytes; empty if there is none. */
     static std::string GetTimeZone();
 
@@ -108,17 +126,89 @@ public:
      */
     void DumpDataForAliasReq(Json::Value& value);
 
+    /**
+     * Stores this object's server identifier as "serverID" in a file, and keeps everything else that the file has. A file that
+     * cannot be read (level 7) is replaced by one with this key alone. This holds for the two below as well.
+     *
+     * @param path the file; empty: the one that this object was loaded from
+     * @return false if this object is not valid (level 3; nothing is written) or the file cannot be written
+     */
+    bool WriteServerId(const std::string& path);
+
+    /** Makes `host` the control server's host, in this object and in the file, where the server's other settings stay. */
+    bool WriteControlServerHost(const std::string& path, const std::string& host);
+
+    /** Sets the SmartDNS switch, in this object and in the file. */
+    bool WriteSmartDNS(const std::string& path, bool enabled);
+
+    /**
+     * Makes the list of services anew: those of `grgszSupportService` that are on and permitted (`ServicePermission`), in its
+     * order. A service that cannot be read from the device is left out, with a message of level 7. While the service is in use
+     * ("tethra") each stands under its own identifier; while the support channel is on, each that is on stands under "support_"
+     * and its identifier, whatever the owner permits.
+     */
+    void GenServiceConf();
+
+    /**
+     * Adds a service to the end of the list, if the owner permits it and it is on. An identifier that is not one of
+     * `grgszSupportService` is forbidden by nobody, and is added.
+     *
+     * @return true if the service is in the list now; false if it cannot be read from the device (level 3) or is not enabled
+     */
+    bool AddServiceById(const std::string& id);
+
+    /** Removes the first service with this identifier, whatever its permission. False if there is none. */
+    bool RemoveServiceById(const std::string& id);
+
+    /** The first service with this identifier, valid until the list changes; null if there is none. */
+    const ServiceConf* GetServiceById(const std::string& id) const;
+
+    /**
+     * Brings the system service "ardvrelayd" into the state that the switches ask for. It is wanted while "tethra" or the support
+     * channel is on.
+     *
+     * @param enable true: if it is wanted, have it started at boot, start it and reload it. False: reload it if "tethra" alone is
+     *        on; stop it, and no longer start it at boot, if neither is on. With "tethra" off the web server's relay name is
+     *        withdrawn (`Utils::DisableRelaySNI`).
+     * @return true, whatever became of it
+     */
+    bool EnableArdvrelayd(bool enable);
+
+    /**
+     * Asks the service's address-check server for the country of the device's public address, over IPv4 and, if that gives
+     * nothing, over IPv6. Takes up to 60 s each.
+     *
+     * @return the answer as it came, usually a code of ISO 3166-1; empty if there is none (level 7)
+     */
+    static std::string GetIPCountry();
+
+    /**
+     * Whether "tethra_enable_failover" of "/etc/ardvinfo.conf" is "true". Where the key is absent the country is asked for, and
+     * for "CN" the key is set.
+     *
+     * @return false also if the file cannot be read or written, which is reported straight to syslog
+     */
+    static bool SetTethraFailover();
+
     /** The alias settings. */
     const AliasConf& GetAliasConf() const { return serverAlias_; }
 
     /** The global control server. */
     const ServerConf& GetGlobalServer() const { return serverGlobal_; }
 
+    /** The services, in their order. */
+    const std::vector<ServiceConf>& GetServices() const { return services_; }
+
     /** The switch "tethra": whether the service is in use. Setting it returns true. */
     bool GetEnableConf() const { return tethraEnabled_; }
     bool SetEnableConf(bool enabled);
 
 private:
+    void RebuildServices(const Json::Value& list);
+    void AppendFromDevice(const std::string& id);
+    template <typename Patch>
+    bool PatchFile(const std::string& path, Patch patch);
+
     bool enable_ = false;
     std::string serverId_;
     ServerConf serverGlobal_;
@@ -127,14 +217,16 @@ private:
     AliasConf serverAlias_;
     KovaConf serverKova_;
     SmartDNSConf serverSmartDns_;
-    Json::Value services_ = Json::Value(Json::arrayValue);
+    std::vector<ServiceConf> services_;
     SupportChannelConf supportChannel_;
+    NetworkConf network_;
     AuthConf auth_;
     std::string logFile_;
     std::int32_t logLevel_;
     bool debug_ = false;
     bool disableHolepunch_ = false;
     std::string configFile_;
+    [[maybe_unused]] bool reserved_ = false;  // keeps its place in the object; nothing has a use for it yet
     bool tethraEnabled_ = false;
 };
 

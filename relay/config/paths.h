@@ -6,5 +6,6 @@ namespace ARDV::Relay::Paths {
 
 inline constexpr const char kMainConfigFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
 inline constexpr const char kEnvironmentFile[] = "/usr/ardv/etc/ardvrelayd/env.conf";
+inline constexpr const char kPermissionFile[] = "/usr/ardv/etc/ardvrelayd/services.conf";
 
 }  // namespace ARDV::Relay::Paths

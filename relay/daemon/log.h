@@ -31,7 +31,7 @@
 
 #define RELAY_LOG(level, format, ...) RELAY_LOG_AT(__LINE__, level, format __VA_OPT__(, ) __VA_ARGS__)
 
-/** Reports that a platform function failed, with the error that it recorded. */
-#define RELAY_LOG_PLATFORM_FAILURE(function)                                                                          \
-    RELAY_LOG(LOG_ERR, function " failed: [0x%04X %s:%d]", static_cast<unsigned>(ALIBCErrGet()), ALIBCErrorGetFile(), \
+/** Reports that a platform function failed: what failed, and the error that the platform recorded. */
+#define RELAY_LOG_PLATFORM_FAILURE(level, what)                                                         \
+    RELAY_LOG(level, what " [0x%04X %s:%d]", static_cast<unsigned>(ALIBCErrGet()), ALIBCErrorGetFile(), \
               ALIBCErrorGetLine())

@@ -53,4 +53,46 @@ ARDVRELAYD_API std::string GetNuid(const std::string& text);
 /** Whether "tethra_enable_failover" is "true" in "/etc/ardvinfo.conf". */
 ARDVRELAYD_API bool IsFailoverEnable();
 
+/**
+ * Has the web server answer the reachability probe: "/webman/pingpong.cgi" with a non-empty query argument "tethra" (the
+ * text "0" counts as empty) gets status 200 and, as text/plain for scripts of every origin, the JSON object
+ * {"success": true, "nuid": identifier}. Without the argument the request goes to the web server's own handler as
+ * before. Replaces an earlier registration; once this returns true, no new connection is answered by it.
+ *
+ * The location is handed over in "/tmp/hos.ardvrelayd.conf", which is gone afterwards in every case. Waits for the web
+ * server: its test of the configuration and its reload. Nothing is thrown.
+ *
+ * @param seed text of which the identifier is made, see GetNuid
+ * @return false, after one message, where the identifier, the file, or the registration (platform/include/ardvw3) failed
+ */
+ARDVRELAYD_API bool SetPingpongNginxConf(const std::string& seed);
+
+/**
+ * Takes the answer to the probe out of the web server. Waits for its reload. Nothing is thrown.
+ *
+ * @return false, after one message, where the platform reports a failure; a location that is not registered is none on
+ * generic Linux
+ */
+ARDVRELAYD_API bool RemovePingpongNginxConf();
+
+/**
+ * Registers the relay's host name in the web settings, so that TLS connections under this name are served. A name that is
+ * registered already is left alone. Nothing is thrown.
+ *
+ * @param name full host name of this device at the service
+ * @return whether it is registered; false after one message
+ */
+ARDVRELAYD_API bool EnableRelaySNI(const std::string& name);
+
+/** Withdraws the relay's host name from the web settings. Nothing is thrown. @return false after one message */
+ARDVRELAYD_API bool DisableRelaySNI();
+
+/**
+ * The label after ".tethra." at the end of a service host name: of "box1.tethra.zz", the text "zz". It consists of letters
+ * and digits, at least one character stands before ".tethra.", and upper and lower case are different.
+ *
+ * @return empty, after one message, for any other host, one longer than 1,024 bytes included. Nothing is thrown.
+ */
+ARDVRELAYD_API std::string GetTethraHostTopDomain(const std::string& host);
+
 }  // namespace ARDV::Relay::Utils

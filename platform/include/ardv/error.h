@@ -35,8 +35,10 @@ enum ArdvErrorCode {
     ARDV_ERR_BAD_VALUE = 0x0B00,         ///< a setting is there and makes no sense
     ARDV_ERR_BUFFER_TOO_SMALL = 0x0C00,  ///< the caller's buffer can't hold a value that must not be cut
     ARDV_ERR_UNSAFE_FILE = 0x0D00,       ///< a file of secrets belongs to others, or they may write to it
-    ARDV_ERR_NO_DEVICE = 0x0E00,         ///< no suitable network interface
+    ARDV_ERR_NO_DEVICE = 0x0E00,         ///< no suitable network interface, or no default gateway
     ARDV_ERR_CRYPTO = 0x0F00,            ///< the cryptographic library failed
+    ARDV_ERR_NO_ANSWER = 0x1000,         ///< the router, or the service manager, can't be reached or is silent
+    ARDV_ERR_SERVICE_FAILED = 0x1100,    ///< the service manager couldn't do with a unit what was asked
 };
 
 /// The code of the calling thread's last platform failure. Never fails, changes nothing.
