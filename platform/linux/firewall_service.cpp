@@ -8,7 +8,7 @@
 #include "platform/linux/firewall_service_list.h"
 
 /// A share of a list that other callers may hold too.
-struct _tag_ARDV_FW_SERVICE_LIST {
+struct _tag_ARDV_FW_SERVICE_LIST {  // NOLINT(readability-identifier-naming): an old name
     std::shared_ptr<const ARDV::Platform::FirewallServiceList> services;
 };
 

@@ -19,9 +19,9 @@ namespace {
 
 constexpr const char* kFolder = "/etc/ardv/services.d";
 constexpr std::size_t kMaxFiles = 64;
-constexpr std::size_t kMaxFileBytes = 1024 * 1024;
+constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxServices = 4096;
-constexpr std::size_t kMaxKeptBytes = 1024 * 1024;
+constexpr std::size_t kMaxKeptBytes = std::size_t{1024} * 1024;
 constexpr Json::Int kMaxPort = 65535;
 
 /// Texts are taken up to a NUL, which is as far as C callers see them.

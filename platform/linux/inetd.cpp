@@ -19,7 +19,7 @@ using std::string_view;
 
 constexpr const char* kFile = "/etc/inetd.conf";
 constexpr const char* kFolder = "/etc/inetd.d";
-constexpr std::size_t kMaxFileBytes = 1024 * 1024;
+constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxFiles = 256;
 
 /// The words of an entry: name, socket type, protocol, wait or nowait, user, server program, its arguments from the

@@ -17,7 +17,7 @@ namespace {
 
 /// The kernel's PPPoE sessions of this network namespace: a heading, then one line each.
 constexpr const char* kSessionFile = "/proc/net/pppoe";
-constexpr std::size_t kMaxSessionBytes = 1024 * 1024;
+constexpr std::size_t kMaxSessionBytes = std::size_t{1024} * 1024;
 constexpr unsigned kConnectedFlags = IFF_UP | IFF_RUNNING | IFF_POINTOPOINT;
 
 Result<bool> HasSession() {

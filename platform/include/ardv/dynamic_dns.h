@@ -8,10 +8,10 @@ extern "C" {
 #endif
 
 /// What a dynamic DNS provider keeps for this device.
-struct _tag_ARDV_DDNS_CONFIG {
-    char hostname[256];  ///< host name, NUL-terminated
+struct _tag_ARDV_DDNS_CONFIG {  // NOLINT(readability-identifier-naming): an old name
+    char hostname[256];         ///< host name, NUL-terminated
 };
-typedef struct _tag_ARDV_DDNS_CONFIG ARDV_DDNS_CONFIG;
+typedef struct _tag_ARDV_DDNS_CONFIG ARDV_DDNS_CONFIG;  // NOLINT(modernize-use-using): for C
 
 /// Reads the configuration of a dynamic DNS provider: `hostname` of "/etc/ardv/ddns/PROVIDER.conf" (a file of
 /// <ardv/key_value_file.h>).

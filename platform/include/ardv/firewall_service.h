@@ -31,7 +31,7 @@ extern "C" {
 /// All functions may be called from several threads at once.
 
 /// One service of the firewall's list. Texts are null where the list has none.
-struct _tag_ARDV_FW_SERVICE {
+struct _tag_ARDV_FW_SERVICE {  // NOLINT(readability-identifier-naming): an old name
     const char* service;       ///< name of the service; null if the entry has none
     const char* section;       ///< group of services that it is shown in, or null
     const char* title;         ///< its title there, or null
@@ -39,10 +39,10 @@ struct _tag_ARDV_FW_SERVICE {
     const char* const* ports;  ///< its port texts; null if it has no port rules, which isn't the same as no ports
     int port_count;            ///< how many texts `ports` has
 };
-typedef struct _tag_ARDV_FW_SERVICE ARDV_FW_SERVICE;
+typedef struct _tag_ARDV_FW_SERVICE ARDV_FW_SERVICE;  // NOLINT(modernize-use-using): for C
 
 /// The firewall's service list.
-typedef struct _tag_ARDV_FW_SERVICE_LIST ARDV_FW_SERVICE_LIST;
+typedef struct _tag_ARDV_FW_SERVICE_LIST ARDV_FW_SERVICE_LIST;  // NOLINT(modernize-use-using): for C
 
 /// Reads the firewall's service list.
 ///

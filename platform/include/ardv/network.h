@@ -36,13 +36,13 @@ enum ArdvInterfaceType {
 ///   of another namespace.
 ///
 /// So a bridge without a wired port, a dummy interface, a tunnel of any kind and PPP aren't wired.
-struct _tag_ALIB_NETIF {
-    char name[16];  ///< name of the interface, NUL-terminated
-    int type;       ///< one of `ArdvInterfaceType`
-    char ip[16];    ///< IPv4 address, dotted quad, NUL-terminated
-    char mask[16];  ///< net mask, dotted quad, NUL-terminated
+struct _tag_ALIB_NETIF {  // NOLINT(readability-identifier-naming): an old name
+    char name[16];        ///< name of the interface, NUL-terminated
+    int type;             ///< one of `ArdvInterfaceType`
+    char ip[16];          ///< IPv4 address, dotted quad, NUL-terminated
+    char mask[16];        ///< net mask, dotted quad, NUL-terminated
 };
-typedef struct _tag_ALIB_NETIF ALIB_NETIF;
+typedef struct _tag_ALIB_NETIF ALIB_NETIF;  // NOLINT(modernize-use-using): for C
 
 /// Reads the table of interfaces: one entry for each IPv4 address of each interface that is set up (whether or not its
 /// cable is plugged in), in the order of the interfaces' indices. An interface's primary addresses come before its
@@ -76,12 +76,12 @@ enum ArdvIPv6AddressType {
 };
 
 /// One IPv6 address of an interface.
-struct _tag_ARDV_IPV6_ADDRESS {
-    char address[46];   ///< the text of RFC 5952, NUL-terminated, without prefix length and zone
-    int prefix_length;  ///< 0 to 128
-    int addr_type;      ///< one of `ArdvIPv6AddressType`
+struct _tag_ARDV_IPV6_ADDRESS {  // NOLINT(readability-identifier-naming): an old name
+    char address[46];            ///< the text of RFC 5952, NUL-terminated, without prefix length and zone
+    int prefix_length;           ///< 0 to 128
+    int addr_type;               ///< one of `ArdvIPv6AddressType`
 };
-typedef struct _tag_ARDV_IPV6_ADDRESS ARDV_IPV6_ADDRESS;
+typedef struct _tag_ARDV_IPV6_ADDRESS ARDV_IPV6_ADDRESS;  // NOLINT(modernize-use-using): for C
 
 /// Reads the IPv6 addresses of an interface, set up or not, in the system's order. An address that is still being
 /// probed for a second owner, or has one (RFC 4862), isn't the device's to tell and is left out, unless the system lets

@@ -207,4 +207,17 @@ TEST(KeyValueText, ReadsBackEveryValueThatWasSetWhateverTheTextAround) {
     }
 }
 
+TEST(KeyValueText, HasTheSameValuesInAnIndex) {
+    constexpr std::string_view kLetters = "aabb=#\"' \t\r\n\n\0"sv;
+    std::mt19937 random(20240612);
+    for (int round = 0; round < 20000; ++round) {
+        const std::string text = RandomText(random, kLetters, 60);
+        const KeyValueIndex index(text);
+        for (const std::string_view key :
+             {"a"sv, "b"sv, "ab"sv, "aa"sv, "a b"sv, "#a"sv, "\""sv, " a"sv, "a\0"sv, "\r"sv}) {
+            ASSERT_EQ(index.Get(key), GetKeyValue(text, key)) << testing::PrintToString(text) << key;
+        }
+    }
+}
+
 }  // namespace ARDV::Platform::Test
