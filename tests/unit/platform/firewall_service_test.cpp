@@ -2,6 +2,7 @@
 #include <ardv/firewall_service.h>
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -312,11 +313,15 @@ TEST_F(FirewallServices, AreReadAgainAfterEachKindOfChange) {
 }
 
 TEST_F(FirewallServices, SeeManyChangesWithinOneTickOfTheFileClock) {
+    if (mount("ramfs", kFolder.c_str(), "ramfs", 0, nullptr) != 0) {  // stamps files by the coarse clock
+        GTEST_SKIP() << "needs the right to mount";
+    }
     for (int round = 1000; round < 3000; ++round) {
         const std::string name = std::to_string(round);
         MakeServices("a.json", "[{\"service\":\"" + name + "\"}]");
-        ASSERT_NE(Enum().Find(name.c_str()), nullptr);
+        EXPECT_NE(Enum().Find(name.c_str()), nullptr);
     }
+    EXPECT_EQ(umount2(kFolder.c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(FirewallServices, AreReadOutsideWithoutLeavingDescriptors) {

@@ -2,6 +2,7 @@
 // Settings files are parsed once, and yet every change of them is seen at once.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <ardv/error.h>
@@ -38,6 +40,27 @@ void WaitForTheFileClock() {
     const auto now = std::chrono::steady_clock::now();
     std::this_thread::sleep_until(now + std::chrono::milliseconds(60));
 }
+
+/// A file system in a folder's place that stamps files by the coarse clock. Those that are made for disks have a finer
+/// one in newer kernels.
+class CoarseDisk {
+public:
+    explicit CoarseDisk(std::string folder)
+        : folder_(std::move(folder)), isMounted_(mount("ramfs", folder_.c_str(), "ramfs", 0, nullptr) == 0) {}
+    CoarseDisk(const CoarseDisk&) = delete;
+    CoarseDisk& operator=(const CoarseDisk&) = delete;
+    ~CoarseDisk() {
+        if (isMounted_) {
+            umount2(folder_.c_str(), MNT_DETACH);
+        }
+    }
+
+    bool IsMounted() const { return isMounted_; }
+
+private:
+    std::string folder_;
+    bool isMounted_;
+};
 
 /// A file that has been read, and is old enough to be known by its times.
 class SettingsCache : public testing::Test {
@@ -120,6 +143,10 @@ TEST_F(SettingsCache, SeesItsOwnProcessSetAValue) {
 }
 
 TEST_F(SettingsCache, SeesManyChangesWithinOneTickOfTheFileClock) {
+    const CoarseDisk disk(folder_.Path());
+    if (!disk.IsMounted()) {
+        GTEST_SKIP() << "needs the right to mount";
+    }
     for (int round = 0; round < 2000; ++round) {
         const std::string value = std::to_string(10000 + round);
         WriteText(file_, "k=" + value + "\n");
@@ -196,8 +223,10 @@ TEST_F(SettingsCache, KeepsNothingThatTheKernelMakesUp) {
     const std::string file = "/proc/sys/net/ipv4/ip_default_ttl";
     const FileOpens opens;
     Get(file);
+    WaitForTheFileClock();
     Get(file);
-    EXPECT_EQ(opens.CountOf(file), 2U);
+    Get(file);
+    EXPECT_EQ(opens.CountOf(file), 3U);
 }
 
 TEST_F(SettingsCache, KeepsTheFilesThatWereReadLast) {
