@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include <relay/config/support_service.h>
 #include <relay/daemon/log.h>
 #include <relay/service/service_permission.h>
 
@@ -82,6 +81,10 @@ bool RelaydConf::RemoveServiceById(const std::string& id) {
     }
     services_.erase(found);
     return true;
+}
+
+bool RelaydConf::CheckServiceRunKey(const SupportService* /*service*/) {
+    return false;
 }
 
 }  // namespace ARDV::Relay
