@@ -34,12 +34,17 @@ ardv_add_test(ardv_unit_tests
   unit/relayd_conf_file_test.cpp
   unit/relayd_conf_test.cpp
   unit/server_conf_test.cpp
+  unit/service_conf_test.cpp
+  unit/service_external_port_test.cpp
+  unit/service_read_test.cpp
   unit/shared_folder_test.cpp
+  unit/support_service_test.cpp
   unit/switch_conf_test.cpp
   unit/vocabulary_test.cpp
   support/memory_faults.cpp
   support/platform_faults.cpp
   support/random_json.cpp
+  support/service_faults.cpp
   support/system_log.cpp)
 list(JOIN ARDVRELAYD_PUBLIC_HEADERS " " headers_list)
 target_compile_definitions(ardv_unit_tests PRIVATE
