@@ -31,7 +31,11 @@ ardv_add_test(ardv_unit_tests
   unit/json_text_test.cpp
   unit/log_file_test.cpp
   unit/log_test.cpp
+  unit/network_conf_test.cpp
+  unit/network_read_test.cpp
   unit/relayd_conf_file_test.cpp
+  unit/relayd_conf_reload_test.cpp
+  unit/relayd_conf_service_test.cpp
   unit/relayd_conf_test.cpp
   unit/server_conf_test.cpp
   unit/service_conf_test.cpp
@@ -42,6 +46,7 @@ ardv_add_test(ardv_unit_tests
   unit/switch_conf_test.cpp
   unit/vocabulary_test.cpp
   support/memory_faults.cpp
+  support/network_faults.cpp
   support/platform_faults.cpp
   support/random_json.cpp
   support/service_faults.cpp
