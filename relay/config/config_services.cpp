@@ -61,10 +61,11 @@ bool RelaydConf::AddServiceById(const std::string& id) {
         RELAY_LOG(LOG_ERR, "invalid service config");
         return false;
     }
-    if (GetServiceById(id)) {
+    // The name in the list is what is judged: a caller's text may go on behind a NUL byte.
+    if (GetServiceById(service.GetId())) {
         return true;
     }
-    if (!IsPermitted(permission, id)) {
+    if (!IsPermitted(permission, service.GetId())) {
         return false;
     }
     services_.push_back(std::move(service));
