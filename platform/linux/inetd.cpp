@@ -73,14 +73,15 @@ bool TextRunsService(string_view text, string_view service) {
     return false;
 }
 
-/// A file that isn't there runs nothing.
+/// What isn't there, or is a folder or the like, runs nothing.
 Result<bool> FileRunsService(const std::string& path, string_view service) {
     const Result<FileContents> contents = ReadFile(path, kMaxFileBytes);
     if (contents) {
         return TextRunsService(contents->text, service);
     }
-    const bool isAbsent = contents.Reason().code == ARDV_ERR_NOT_FOUND;
-    return isAbsent ? Result<bool>(false) : contents.Reason();
+    const int code = contents.Reason().code;
+    const bool isNoFile = code == ARDV_ERR_NOT_FOUND || code == ARDV_ERR_NOT_REGULAR;
+    return isNoFile ? Result<bool>(false) : contents.Reason();
 }
 
 Result<std::vector<std::string>> ListFiles() {

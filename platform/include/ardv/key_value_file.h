@@ -39,7 +39,9 @@ extern "C" {
 /// # Files
 ///
 /// A file must be a regular one (a symbolic link to one serves) of at most `ARDV_KEY_VALUE_FILE_MAX` bytes. Readers
-/// take no lock: a file is only ever replaced as a whole, so a reader sees the old content or the new one.
+/// take no lock: a file is only ever replaced as a whole, so a reader sees the old content or the new one. A platform
+/// may keep what it read, but only as long as it can tell that the file hasn't changed: a call sees every change that
+/// was finished before it.
 ///
 /// All functions may be called from several threads and processes at once. On a failure they set the error triple
 /// (<ardv/error.h>): ARDV_ERR_INVALID_ARGUMENT for the arguments, ARDV_ERR_NOT_FOUND, ARDV_ERR_ACCESS_DENIED,

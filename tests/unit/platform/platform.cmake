@@ -12,12 +12,24 @@ set(platform_sources
 if(ARDV_PLATFORM STREQUAL "linux")
   list(APPEND platform_sources
     unit/platform/cloud_identity_test.cpp
+    unit/platform/device_settings_test.cpp
     unit/platform/error_place_test.cpp
+    unit/platform/firewall_service_test.cpp
+    unit/platform/inetd_test.cpp
+    unit/platform/interface_kind_test.cpp
+    unit/platform/interface_table_test.cpp
+    unit/platform/interface_type_test.cpp
+    ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
+    unit/platform/network_address_test.cpp
+    unit/platform/pppoe_test.cpp
+    unit/platform/settings_cache_test.cpp
     unit/platform/user_agent_version_test.cpp
+    support/file_opens.cpp
     unit/platform/wired_interface_test.cpp)
 endif()
 ardv_add_test(ardv_platform_tests ${platform_sources})
-target_compile_definitions(ardv_platform_tests PRIVATE ARDV_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(ardv_platform_tests PRIVATE
+  ARDV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ARDV_VERSION="${PROJECT_VERSION}")
 target_link_libraries(ardv_platform_tests PRIVATE ardvplatform ardv_key_value_text)
 
 # How a build chooses its platform. Each test configures the project in a folder of its own.
