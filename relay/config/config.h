@@ -21,6 +21,7 @@
 #include <relay/config/service_conf.h>
 #include <relay/config/smartdns_conf.h>
 #include <relay/config/support_channel_conf.h>
+#include <relay/config/support_service.h>
 
 namespace ARDV::Relay {
 
@@ -162,6 +163,9 @@ public:
 
     /** The first service with this identifier, valid until the list changes; null if there is none. */
     const ServiceConf* GetServiceById(const std::string& id) const;
+
+    /** False for every service and for null: none has a key that says whether it runs. Asks nothing and changes nothing. */
+    static bool CheckServiceRunKey(const SupportService* service);
 
     /**
      * Brings the system service "ardvrelayd" into the state that the switches ask for. It is wanted while "tethra" or the support

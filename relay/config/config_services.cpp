@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include <relay/config/support_service.h>
 #include <relay/daemon/log.h>
 #include <relay/service/service_permission.h>
 
@@ -62,10 +61,11 @@ bool RelaydConf::AddServiceById(const std::string& id) {
         RELAY_LOG(LOG_ERR, "invalid service config");
         return false;
     }
-    if (GetServiceById(id)) {
+    // The name in the list is what is judged: a caller's text may go on behind a NUL byte.
+    if (GetServiceById(service.GetId())) {
         return true;
     }
-    if (!IsPermitted(permission, id)) {
+    if (!IsPermitted(permission, service.GetId())) {
         return false;
     }
     services_.push_back(std::move(service));
@@ -82,6 +82,10 @@ bool RelaydConf::RemoveServiceById(const std::string& id) {
     }
     services_.erase(found);
     return true;
+}
+
+bool RelaydConf::CheckServiceRunKey(const SupportService* /*service*/) {
+    return false;
 }
 
 }  // namespace ARDV::Relay

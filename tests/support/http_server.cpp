@@ -29,6 +29,15 @@ int Listen() {
     return fd;
 }
 
+/** @return the port, or -1 */
+int Bind(httplib::Server& server, int port) {
+    constexpr const char* kAddress = "127.0.0.1";
+    if (port == 0) {
+        return server.bind_to_any_port(kAddress);
+    }
+    return server.bind_to_port(kAddress, port) ? port : -1;
+}
+
 int PortOf(int fd) {
     sockaddr_in address = {};
     socklen_t size = sizeof address;
@@ -38,13 +47,13 @@ int PortOf(int fd) {
 
 }  // namespace
 
-HttpServer::HttpServer() : HttpServer(std::make_unique<httplib::Server>(), "http") {}
+HttpServer::HttpServer() : HttpServer(std::make_unique<httplib::Server>(), "http", 0) {}
 
-HttpServer::HttpServer(const Certificate& certificate)
+HttpServer::HttpServer(const Certificate& certificate, int port)
     : HttpServer(std::make_unique<httplib::SSLServer>(certificate.certificate.c_str(), certificate.key.c_str()),
-                 "https") {}
+                 "https", port) {}
 
-HttpServer::HttpServer(std::unique_ptr<httplib::Server> server, std::string scheme)
+HttpServer::HttpServer(std::unique_ptr<httplib::Server> server, std::string scheme, int port)
     : server_(std::move(server)), scheme_(std::move(scheme)), port_(-1) {
     const auto serve = [this](const auto& request, auto& response) { Serve(request, response); };
     server_->Get(".*", serve);
@@ -52,7 +61,7 @@ HttpServer::HttpServer(std::unique_ptr<httplib::Server> server, std::string sche
     server_->set_keep_alive_max_count(1);
     int listener = -1;
     server_->set_socket_options([&listener](int fd) { listener = fd; });
-    port_ = server_->is_valid() ? server_->bind_to_any_port("127.0.0.1") : -1;
+    port_ = server_->is_valid() ? Bind(*server_, port) : -1;
     if (port_ <= 0) {
         throw std::runtime_error("cannot start a server");
     }

@@ -19,13 +19,15 @@ struct Certificate {
     std::string key;
 };
 
-/** A real HTTP or HTTPS server on 127.0.0.1 and a free port, in a thread of this process. */
+/** A real HTTP or HTTPS server on 127.0.0.1, in a thread of this process. */
 class HttpServer {
 public:
     using Answer = std::function<void(const httplib::Request& request, httplib::Response& response)>;
 
     HttpServer();
-    explicit HttpServer(const Certificate& certificate);
+
+    /** @param port where to listen; 0 for a free port */
+    explicit HttpServer(const Certificate& certificate, int port = 0);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
@@ -43,7 +45,7 @@ public:
     std::vector<httplib::Request> Seen() const;
 
 private:
-    HttpServer(std::unique_ptr<httplib::Server> server, std::string scheme);
+    HttpServer(std::unique_ptr<httplib::Server> server, std::string scheme, int port);
     void Serve(const httplib::Request& request, httplib::Response& response);
 
     std::unique_ptr<httplib::Server> server_;

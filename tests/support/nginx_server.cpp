@@ -16,8 +16,10 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -119,7 +121,7 @@ void PrintTo(const WebAnswer& answer, std::ostream* stream) {
 }
 
 NginxServer::NginxServer(std::string configuration, const std::string& pidFile)
-    : configuration_(std::move(configuration)), pidFile_(pidFile) {
+    : configuration_(configuration.empty() ? "/etc/nginx/nginx.conf" : std::move(configuration)) {
     WriteText(configuration_, MainConfiguration(pidFile));
     WriteText("/etc/nginx/conf.d/ardv.conf", ReadText(ARDV_PACKAGED_SERVER_BLOCK));
     const auto parameters = std::filesystem::path(configuration_).parent_path() / "scgi_params";
@@ -161,6 +163,36 @@ void NginxServer::Stop() {
         kill(pid_, SIGKILL);
     }
     waitpid(std::exchange(pid_, -1), nullptr, 0);
+}
+
+void NginxServer::Kill() {
+    const std::set<pid_t> workers = Workers();
+    kill(pid_, SIGKILL);
+    waitpid(std::exchange(pid_, -1), nullptr, 0);
+    for (const pid_t worker : workers) {
+        kill(worker, SIGKILL);
+    }
+}
+
+std::set<pid_t> NginxServer::Workers() const {
+    const std::string main = std::to_string(pid_);
+    std::istringstream children(ReadText("/proc/" + main + "/task/" + main + "/children"));
+    return {std::istream_iterator<pid_t>(children), {}};
+}
+
+void NginxServer::AwaitSignal(int signal) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDeadlineMs);
+    const auto isPending = [this, signal] {
+        const std::string status = ReadText("/proc/" + std::to_string(pid_) + "/status");
+        const std::size_t at = status.find("ShdPnd:");
+        const auto signals = at == std::string::npos ? 0 : std::stoull(status.substr(at + 8, 17), nullptr, 16);
+        return (signals >> static_cast<unsigned>(signal - 1) & 1U) != 0;
+    };
+    while (!isPending()) {
+        if (HasEnded(pid_, 10) || std::chrono::steady_clock::now() > end) {
+            throw std::runtime_error("no signal came");
+        }
+    }
 }
 
 WebAnswer NginxServer::Get(const std::string& target) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <set>
 #include <string>
 #include <thread>
 
@@ -42,7 +43,7 @@ class NginxServer {
 public:
     /**
      * Writes the configuration and starts nothing.
-     * @param configuration path of the main file
+     * @param configuration path of the main file; empty: that which nginx is built with
      * @param pidFile value of its `pid`; empty: none, so that nginx takes the place that it is built with
      */
     explicit NginxServer(std::string configuration = "/etc/nginx/nginx.conf",
@@ -59,15 +60,23 @@ public:
     /** Ends it in order. */
     void Stop();
 
+    /** Ends it, and its workers, without a chance to do anything about it. */
+    void Kill();
+
     /** Its main process. */
     pid_t Pid() const { return pid_; }
+
+    /** The processes that the main one started. */
+    std::set<pid_t> Workers() const;
+
+    /** Waits, 10 seconds at most, until the main process, which is stopped, has been sent a signal. */
+    void AwaitSignal(int signal) const;
 
     /** The answer to a GET request on a connection of its own. */
     static WebAnswer Get(const std::string& target);
 
 private:
     std::string configuration_;
-    std::string pidFile_;
     pid_t pid_ = -1;
 };
 

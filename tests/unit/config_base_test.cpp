@@ -44,9 +44,9 @@ template <typename Conf>
 std::unique_ptr<Conf> Make() {
     if constexpr (std::is_same_v<Conf, ServerConf>) {
         return std::make_unique<Conf>(nullptr, nullptr);
-    } else if constexpr (std::is_same_v<Conf, RelaydConf>) {
+    } else if constexpr (std::is_same_v<Conf, RelaydConf> || std::is_same_v<Conf, ServiceConf>) {
         return std::make_unique<Conf>(static_cast<const char*>(nullptr));
-    } else if constexpr (std::is_same_v<Conf, AuthConf>) {
+    } else if constexpr (std::is_same_v<Conf, AuthConf> || std::is_same_v<Conf, NetworkConf>) {
         return std::make_unique<Conf>(false);
     } else {
         return std::make_unique<Conf>();
@@ -57,9 +57,9 @@ template <typename Conf>
 Probe<Conf>* MakeProbeAt(void* place) {
     if constexpr (std::is_same_v<Conf, ServerConf>) {
         return new (place) Probe<Conf>(nullptr, nullptr);
-    } else if constexpr (std::is_same_v<Conf, RelaydConf>) {
+    } else if constexpr (std::is_same_v<Conf, RelaydConf> || std::is_same_v<Conf, ServiceConf>) {
         return new (place) Probe<Conf>(static_cast<const char*>(nullptr));
-    } else if constexpr (std::is_same_v<Conf, AuthConf>) {
+    } else if constexpr (std::is_same_v<Conf, AuthConf> || std::is_same_v<Conf, NetworkConf>) {
         return new (place) Probe<Conf>(false);
     } else {
         return new (place) Probe<Conf>();
@@ -113,6 +113,27 @@ const Schema& SchemaOf(const AliasConf&) {
     return schema;
 }
 
+const Schema& SchemaOf(const ServiceConf&) {
+    static const Schema schema = {
+        {"id", Json::stringValue}, {"name", Json::stringValue}, {"port", Json::intValue}, {"ext_port", Json::intValue}};
+    return schema;
+}
+
+const Schema& SchemaOf(const InterfaceConf&) {
+    static const Schema schema = {{"name", Json::stringValue},
+                                  {"ip", Json::stringValue},
+                                  {"mask", Json::stringValue},
+                                  {"ipv6", Json::arrayValue}};
+    return schema;
+}
+
+const Schema& SchemaOf(const NetworkConf&) {
+    static const Schema schema = {{"ddns", Json::stringValue},     {"gateway", Json::stringValue},
+                                  {"mode", Json::stringValue},     {"fqdn", Json::stringValue},
+                                  {"interface", Json::arrayValue}, {"ipv6_tunnel", Json::arrayValue}};
+    return schema;
+}
+
 const Schema& SchemaOf(const RelaydConf&) {
     static const Schema schema = {{"server_global", Json::objectValue},
                                   {"server_control", Json::objectValue},
@@ -129,7 +150,8 @@ const Schema& SchemaOf(const RelaydConf&) {
                                   {"disable_holepunch", Json::booleanValue},
                                   {"enable", Json::booleanValue},
                                   {"debug", Json::booleanValue},
-                                  {"pid", Json::intValue}};
+                                  {"pid", Json::intValue},
+                                  {"network", Json::objectValue}};
     return schema;
 }
 
@@ -138,7 +160,7 @@ std::vector<std::string> KeysOf(const Schema& schema) {
     for (const auto& [key, type] : schema) {
         keys.push_back(key);
     }
-    for (const char* nested : {"host", "port", "enabled", "alias", "poll_seconds"}) {
+    for (const char* nested : {"host", "port", "enabled", "alias", "poll_seconds", "id", "name", "mask"}) {
         keys.emplace_back(nested);
     }
     return keys;
@@ -147,7 +169,8 @@ std::vector<std::string> KeysOf(const Schema& schema) {
 template <typename Conf>
 class EveryConf : public DeviceTest {};
 
-using Confs = testing::Types<ServerConf, AuthConf, KovaConf, SupportChannelConf, SmartDNSConf, AliasConf, RelaydConf>;
+using Confs = testing::Types<ServerConf, ServiceConf, InterfaceConf, NetworkConf, AuthConf, KovaConf,
+                             SupportChannelConf, SmartDNSConf, AliasConf, RelaydConf>;
 TYPED_TEST_SUITE(EveryConf, Confs);
 
 TYPED_TEST(EveryConf, HasItsVirtualOperationsInTheirSlots) {
@@ -256,7 +279,8 @@ TEST(ConfigBase, IsPrintedWithTheFullFlagWhateverWriteReturns) {
 template <typename Conf>
 class FilelessConf : public DeviceTest {};
 
-using FilelessConfs = testing::Types<ServerConf, AuthConf, KovaConf, SupportChannelConf, SmartDNSConf>;
+using FilelessConfs = testing::Types<ServerConf, ServiceConf, InterfaceConf, NetworkConf, AuthConf, KovaConf,
+                                     SupportChannelConf, SmartDNSConf>;
 TYPED_TEST_SUITE(FilelessConf, FilelessConfs);
 
 TYPED_TEST(FilelessConf, SavesNothing) {

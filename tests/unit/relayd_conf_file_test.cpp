@@ -202,11 +202,12 @@ TEST_F(RelaydConfFile, FileThatIsNoObjectAnyMoreIsReplaced) {
     }
 }
 
-TEST_F(RelaydConfFile, ServicesSurviveLoadingAndSaving) {
-    WriteText(kConfigFile, R"({"service":[{"id":"hos","port":[5000]},{"id":"other"}]})");
+TEST_F(RelaydConfFile, ServicesSurviveLoadingAndSavingByTheirIdentifiers) {
+    WriteText(kConfigFile, R"({"service":[{"id":"hos","port":5000,"mine":1},{"id":"other","name":"Other","port":1}]})");
+    const CapturedLog log(0);
     RelaydConf conf(kConfigFile);
     EXPECT_TRUE(conf.WriteConfig());
-    EXPECT_EQ(Saved()["service"], JsonOf(R"([{"id":"hos","port":[5000]},{"id":"other"}])"));
+    EXPECT_EQ(Saved()["service"], JsonOf(R"([{"id":"hos"},{"id":"other"}])"));
 }
 
 TEST_F(RelaydConfFile, FailureToSaveIsTheResult) {

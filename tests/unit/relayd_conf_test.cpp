@@ -20,6 +20,9 @@ using namespace ardv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr const char kUnreadNetwork[] =
+    R"({"interface":[],"gateway":"","ddns":"","mode":"","fqdn":"","ipv6_tunnel":[]})";
+
 class RelaydConfTest : public DeviceTest {
 protected:
     static Json::Value Value(const RelaydConf& conf, bool full) {
@@ -48,6 +51,7 @@ TEST_F(RelaydConfTest, StartsWithItsDefaults) {
     expected["server_control"] = server("https", 443);
     expected["server_waitcmd"] = server("http", 80);
     expected["pid"] = getpid();
+    expected["network"] = JsonOf(kUnreadNetwork);
     EXPECT_EQ(Value(conf_, true), expected);
     EXPECT_FALSE(conf_.GetEnableConf());
     const CapturedLog log;
@@ -78,13 +82,16 @@ TEST_F(RelaydConfTest, MergesEveryPartThatAValueNames) {
         "disable_holepunch":true,"server_global":{"host":"g.zz","port":1},"server_control":{"host":"c.zz","ip":"10.0.0.1"},
         "server_waitcmd":{"host":"w.zz","protocol":"https"},"server_alias":{"alias":"mybox","url":"https://a.zz","poll_seconds":60},
         "support_channel":{"enabled":true},"server_smartdns":{"enabled":true},"server_kova":{"account":"owner","host":"k.zz"},
-        "service":[{"id":"hos"}],"enable":true,"debug":true,"pid":1,"unknown":5})");
+        "service":[{"id":"hos","name":"Portal","port":5000,"ext_port":80}],"enable":true,"debug":true,"pid":1,
+        "network":{"gateway":"192.0.2.1","mode":"router"},"unknown":5})");
+    const CapturedLog log(0);
     EXPECT_TRUE(conf_.Overwrite(value));
     auto expected = value;
     expected.removeMember("unknown");
     expected["enable"] = false;
     expected["debug"] = false;
     expected["pid"] = getpid();
+    expected["network"] = JsonOf(kUnreadNetwork);
     expected["server_global"] = JsonOf(R"({"host":"g.zz","ip":"","port":1,"page":"Serv.php","protocol":"https"})");
     expected["server_control"] =
         JsonOf(R"({"host":"c.zz","ip":"10.0.0.1","port":443,"page":"Serv.php","protocol":"https"})");
@@ -108,8 +115,10 @@ TEST_F(RelaydConfTest, LaterMergeChangesOnlyWhatItNames) {
 }
 
 TEST_F(RelaydConfTest, MembersOfAnotherTypeLeaveTheirSettings) {
-    conf_.Overwrite(
-        JsonOf(R"({"serverID":"7","tethra":{"enabled":true},"service":[{"id":"hos"}],"server_kova":{"account":"o"}})"));
+    const CapturedLog log(0);
+    conf_.Overwrite(JsonOf(R"({"serverID":"7","tethra":{"enabled":true},"service":[{"id":"hos","port":5000}],
+                               "server_kova":{"account":"o"}})"));
+    ASSERT_EQ(conf_.GetServices().size(), 1U);
     const auto before = Value(conf_, true);
     EXPECT_TRUE(
         conf_.Overwrite(JsonOf(R"({"serverID":7,"log_level":"6","log_file":null,"tethra":true,"disable_holepunch":1,
@@ -117,6 +126,25 @@ TEST_F(RelaydConfTest, MembersOfAnotherTypeLeaveTheirSettings) {
         "server_kova":"owner","service":"hos"})")));
     EXPECT_TRUE(conf_.Overwrite(JsonOf(R"({"tethra":{"enabled":"yes"},"server_global":{"port":"443"}})")));
     EXPECT_EQ(Value(conf_, true), before);
+}
+
+TEST_F(RelaydConfTest, AliasSettingsOfAnyTypeThatNameNoAliasClearIt) {
+    for (const char* text : {"{}", R"({"alias":5})", "null", "\"mybox\"", "[]", "5"}) {
+        conf_.Overwrite(JsonOf(R"({"server_alias":{"alias":"mybox"}})"));
+        EXPECT_TRUE(conf_.Overwrite(JsonOf(std::string(R"({"server_alias":)") + text + "}")));
+        EXPECT_EQ(conf_.GetAliasConf().GetAliasName(), "") << text;
+    }
+    conf_.Overwrite(JsonOf(R"({"server_alias":{"alias":"mybox"}})"));
+    EXPECT_TRUE(conf_.Overwrite(JsonOf("{}")));
+    EXPECT_EQ(conf_.GetAliasConf().GetAliasName(), "mybox") << "not named, not changed";
+}
+
+TEST_F(RelaydConfTest, SwitchOfTheFileIsNotTheOneAtConstruction) {
+    WriteText(kConfigFile, R"({"tethra":{"enabled":true},"enable":true,"debug":true})");
+    const RelaydConf conf(kConfigFile);
+    EXPECT_TRUE(conf.GetEnableConf());
+    EXPECT_EQ(Value(conf, true)["enable"], Json::Value(false));
+    EXPECT_EQ(Value(conf, true)["debug"], Json::Value(false));
 }
 
 TEST_F(RelaydConfTest, ValueThatIsNoObjectIsRefusedAndChangesNothing) {

@@ -26,21 +26,34 @@ ardv_add_test(ardv_unit_tests
   unit/cutil_test.cpp
   unit/files_test.cpp
   unit/headers_test.cpp
+  unit/host_name_test.cpp
   unit/identity_test.cpp
   unit/json_store_test.cpp
   unit/json_text_test.cpp
   unit/log_file_test.cpp
   unit/log_test.cpp
+  unit/network_conf_test.cpp
+  unit/network_read_test.cpp
   unit/relayd_conf_file_test.cpp
+  unit/relayd_conf_reload_test.cpp
+  unit/relayd_conf_service_test.cpp
   unit/relayd_conf_test.cpp
   unit/server_conf_test.cpp
+  unit/service_conf_test.cpp
+  unit/service_external_port_test.cpp
+  unit/service_read_test.cpp
   unit/shared_folder_test.cpp
+  unit/support_service_test.cpp
   unit/switch_conf_test.cpp
   unit/vocabulary_test.cpp
+  unit/web_server_test.cpp
   support/memory_faults.cpp
+  support/network_faults.cpp
   support/platform_faults.cpp
   support/random_json.cpp
-  support/system_log.cpp)
+  support/service_faults.cpp
+  support/system_log.cpp
+  support/web_server_faults.cpp)
 list(JOIN ARDVRELAYD_PUBLIC_HEADERS " " headers_list)
 target_compile_definitions(ardv_unit_tests PRIVATE
   ARDV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ARDVRELAYD_PUBLIC_HEADERS="${headers_list}")

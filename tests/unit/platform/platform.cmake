@@ -25,12 +25,24 @@ if(ARDV_PLATFORM STREQUAL "linux")
     unit/platform/settings_cache_test.cpp
     unit/platform/user_agent_version_test.cpp
     support/file_opens.cpp
+    unit/platform/web_settings_test.cpp
     unit/platform/wired_interface_test.cpp)
 endif()
 ardv_add_test(ardv_platform_tests ${platform_sources})
 target_compile_definitions(ardv_platform_tests PRIVATE
   ARDV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ARDV_VERSION="${PROJECT_VERSION}")
 target_link_libraries(ardv_platform_tests PRIVATE ardvplatform ardv_key_value_text)
+
+# Parts of the generic-Linux platform that the library keeps to itself; they are compiled in.
+if(ARDV_PLATFORM STREQUAL "linux")
+  set(platform_parts error file nginx_server process web_settings)
+  list(TRANSFORM platform_parts REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/linux/\\1.cpp")
+  ardv_add_test(ardv_platform_parts_tests
+    unit/platform/nginx_configuration_test.cpp
+    unit/platform/process_test.cpp
+    ${platform_parts})
+  target_link_libraries(ardv_platform_parts_tests PRIVATE ardvplatform)
+endif()
 
 # How a build chooses its platform. Each test configures the project in a folder of its own.
 function(ardv_add_platform_choice_test name)
