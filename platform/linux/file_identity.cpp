@@ -30,7 +30,7 @@ std::int64_t Now() {
 
 FileIdentity IdentityOf(const struct stat& status) {
     return {status.st_dev, status.st_ino, status.st_size, Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim),
-            geteuid(),     getegid()};
+            geteuid()};
 }
 
 std::optional<FileIdentity> IdentityAt(const std::string& path) {

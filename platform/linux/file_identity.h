@@ -22,7 +22,6 @@ struct FileIdentity {
     std::int64_t modified = 0;  ///< nanoseconds since 1970
     std::int64_t changed = 0;   ///< nanoseconds since 1970
     uid_t user = 0;
-    gid_t group = 0;
 
     bool operator==(const FileIdentity&) const = default;
 };
