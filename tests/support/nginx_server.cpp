@@ -88,6 +88,12 @@ std::map<std::string, std::string> ReceiveHeaders(int connection) {
     _exit(127);
 }
 
+std::set<pid_t> ChildrenOf(pid_t process) {
+    const std::string number = std::to_string(process);
+    std::istringstream children(ReadText("/proc/" + number + "/task/" + number + "/children"));
+    return {std::istream_iterator<pid_t>(children), {}};
+}
+
 bool HasEnded(pid_t process, int milliseconds) {
     const int handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
     pollfd entry = {handle, POLLIN, 0};
@@ -166,7 +172,7 @@ void NginxServer::Stop() {
 }
 
 void NginxServer::Kill() {
-    const std::set<pid_t> workers = Workers();
+    const std::set<pid_t> workers = ChildrenOf(pid_);
     kill(pid_, SIGKILL);
     waitpid(std::exchange(pid_, -1), nullptr, 0);
     for (const pid_t worker : workers) {
@@ -175,9 +181,12 @@ void NginxServer::Kill() {
 }
 
 std::set<pid_t> NginxServer::Workers() const {
-    const std::string main = std::to_string(pid_);
-    std::istringstream children(ReadText("/proc/" + main + "/task/" + main + "/children"));
-    return {std::istream_iterator<pid_t>(children), {}};
+    std::set<pid_t> workers = ChildrenOf(pid_);
+    std::erase_if(workers, [](pid_t worker) {
+        const std::string title = ReadText("/proc/" + std::to_string(worker) + "/cmdline");
+        return !title.starts_with("nginx: worker process") || title.find("shutting down") != std::string::npos;
+    });
+    return workers;
 }
 
 void NginxServer::AwaitSignal(int signal) const {

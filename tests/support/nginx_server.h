@@ -66,7 +66,7 @@ public:
     /** Its main process. */
     pid_t Pid() const { return pid_; }
 
-    /** The processes that the main one started. */
+    /** The workers that accept connections. */
     std::set<pid_t> Workers() const;
 
     /** Waits, 10 seconds at most, until the main process, which is stopped, has been sent a signal. */

@@ -34,6 +34,7 @@ ardv_add_test(ardv_unit_tests
   unit/log_test.cpp
   unit/network_conf_test.cpp
   unit/network_read_test.cpp
+  unit/portal_check_test.cpp
   unit/relayd_conf_file_test.cpp
   unit/relayd_conf_reload_test.cpp
   unit/relayd_conf_service_test.cpp
