@@ -23,6 +23,7 @@ namespace ARDV::Relay {
  * Unlike the other configuration classes it has no virtual destructor: its table of virtual operations ends with
  * `WriteConfig`. Messages are logged under the source name "misc_conf.cpp".
  */
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see above; nothing derives from it
 class ARDVRELAYD_API MiscConf final : public Config {
 public:
     /**

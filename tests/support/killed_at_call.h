@@ -18,7 +18,8 @@ enum class Ending {
  * is killed at the first one leaves the call undone.
  *
  * @param stop which stop of the action ends it, beginning with 1
- * @param action what to run; nothing of this process sees what it does to memory. What it throws ends this process's test run
+ * @param action what to run; what it does to memory is not seen here
+ * @throws std::runtime_error if the action throws, or ends the child otherwise
  */
 Ending RunKilledAt(int stop, const std::function<void()>& action);
 

@@ -194,6 +194,8 @@ TEST_P(SafeSaving, FileIsTheOldOneOrTheNewOneWhereverTheWriterIsKilled) {
             break;
         }
     }
+    RecordProperty("stops", stop - 1);
+    RecordProperty("stops_before_the_new_content", oldOnes);
     EXPECT_GT(oldOnes, 10) << "reading, writing, flushing and renaming come before the new content";
     EXPECT_GT(stop - oldOnes, 1) << "the rename is not the last call";
 }
