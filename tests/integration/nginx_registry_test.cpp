@@ -334,6 +334,23 @@ TEST_F(NginxRegistry, ServesManyProgramsAtOnce) {
     EXPECT_THAT(Registered(), ElementsAre("p0.conf", "p1.conf", "p2.conf", "p3.conf", "shared.conf"));
 }
 
+TEST_F(NginxRegistry, LetsNoProgramSufferFromTheBrokenFragmentOfAnother) {
+    std::atomic<bool> isOver = false;
+    WriteText(folder.File("broken"), "nonsense;\n");
+    std::thread other([&] {
+        const auto action = std::make_shared<NginxConfRegActionRegAndEnable>(folder.File("broken"), "broken.conf");
+        while (!isOver) {
+            EXPECT_EQ(NginxConfRegister().DoAction(action, false).GetCode(), W3Code::kRefused);
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(Register("a.conf", Answering(std::to_string(round))), W3Code::kSuccess);
+    }
+    isOver = true;
+    other.join();
+    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
+}
+
 TEST_F(NginxRegistry, DisturbsNoRequestOfOthers) {
     nginx.Start();
     ASSERT_EQ(Register("other.conf", Answering("other", "other")), W3Code::kSuccess);
