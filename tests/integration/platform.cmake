@@ -1,0 +1,8 @@
+# SPDX-License-Identifier: Apache-2.0
+# ardv_platform_integration_tests: the generic-Linux platform with a real systemd, and with real routers.
+if(ARDV_PLATFORM STREQUAL "linux")
+  ardv_add_test(ardv_platform_integration_tests
+    integration/systemd_test.cpp
+    support/systemd_box.cpp)
+  target_link_libraries(ardv_platform_integration_tests PRIVATE ardvplatform PkgConfig::libsystemd)
+endif()
