@@ -25,7 +25,7 @@ extern "C" {
 enum {
     /// The longest that a call waits, in milliseconds. A caller asks for some twenty services in a row while a person
     /// waits; all of them together must stay below a second.
-    ARDV_PORT_MAPPING_WAIT_MILLISECONDS = 900,
+    ARDV_PORT_MAPPING_WAIT_MILLISECONDS = 850,
     /// How long mappings are kept, in seconds: enough for all services of one reading of the configuration, and short
     /// enough for a person who has changed the router and looks again.
     ARDV_PORT_MAPPING_KEPT_SECONDS = 10,
