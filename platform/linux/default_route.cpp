@@ -20,7 +20,7 @@ namespace {
 constexpr const char* kRoutes = "/proc/net/route";
 
 /// Default routes stand first in it; a table of thousands of routes needn't be read to its end by anybody else.
-constexpr std::size_t kMaxTableBytes = 1024 * 1024;
+constexpr std::size_t kMaxTableBytes = 1048576;
 
 struct Row {
     std::string interface;

@@ -87,12 +87,12 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view start) {
 /// The value of a header, `name` with its colon; empty without one.
 std::string_view HeaderValue(std::string_view answer, std::string_view name) {
     constexpr std::string_view kBlanks = " \t";
-    for (std::size_t end = answer.find("\r\n"); end != answer.npos; end = answer.find("\r\n")) {
+    for (std::size_t end = answer.find("\r\n"); end != std::string_view::npos; end = answer.find("\r\n")) {
         const std::string_view line = answer.substr(0, end);
         if (StartsWithIgnoringCase(line, name)) {
             const std::size_t start = line.find_first_not_of(kBlanks, name.size());
             const std::size_t last = line.find_last_not_of(kBlanks);
-            return start == line.npos ? std::string_view() : line.substr(start, last - start + 1);
+            return start == std::string_view::npos ? std::string_view() : line.substr(start, last - start + 1);
         }
         answer.remove_prefix(end + 2);
     }

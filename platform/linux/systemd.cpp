@@ -117,7 +117,8 @@ bool HasUnitSuffix(std::string_view name) {
 
 Result<std::string> UnitName(const char* unit) {
     const std::string_view name = unit == nullptr ? std::string_view() : unit;
-    if (name.empty() || name.size() > kMaxUnitName || name.find_first_not_of(kUnitCharacters) != name.npos) {
+    if (name.empty() || name.size() > kMaxUnitName ||
+        name.find_first_not_of(kUnitCharacters) != std::string_view::npos) {
         return MakeError(ARDV_ERR_INVALID_ARGUMENT);
     }
     std::string whole = std::string(name) + (HasUnitSuffix(name) ? "" : ".service");

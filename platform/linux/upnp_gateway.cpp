@@ -117,7 +117,7 @@ MappingList ParseListing(std::string_view listing) {
         if (const std::optional<PortMapping> mapping = ParseMapping(Elements(listing.substr(0, end)))) {
             list.mappings.push_back(*mapping);
         }
-        listing.remove_prefix(end == listing.npos ? listing.size() : end + kTagEnd.size());
+        listing.remove_prefix(end == std::string_view::npos ? listing.size() : end + kTagEnd.size());
     }
     return list;
 }

@@ -16,6 +16,7 @@
 
 namespace {
 
+using ardv::test::AnswerFor;
 using ardv::test::AskForAllServices;
 using ardv::test::FakeRouter;
 using ardv::test::LetPass;
@@ -153,18 +154,18 @@ protected:
 
 TEST_F(HostileRouter, IsBelievedWhenItSpeaksAsItShould) {
     Start({.control = Answering({{.routerPort = "30443", .port = "443"}, {}})});
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(RouterPortOf(443), 30443);
-    EXPECT_EQ(RouterPortOf(22), 0);
+    EXPECT_EQ(AnswerFor(80), 30080);
+    EXPECT_EQ(AnswerFor(443), 30443);
+    EXPECT_EQ(AnswerFor(22), 0);
 }
 
 TEST_F(HostileRouter, MayWriteItsListInCdataOrEscaped) {
     StartWithList(InCdata(Listing({{}, {.routerPort = "30443", .port = "443"}})));
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(RouterPortOf(443), 30443);
+    EXPECT_EQ(AnswerFor(80), 30080);
+    EXPECT_EQ(AnswerFor(443), 30443);
     StartWithList(Escaped(Listing({{.routerPort = "40080"}})));
     LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
-    EXPECT_EQ(RouterPortOf(80), 40080);
+    EXPECT_EQ(AnswerFor(80), 40080);
 }
 
 TEST_F(HostileRouter, MayHaveSeveralConnections) {
@@ -174,8 +175,8 @@ TEST_F(HostileRouter, MayHaveSeveralConnections) {
     std::string description = FakeRouter::GoodDescription();
     description.replace(description.find("<service>"), std::string("<service>").size(), two);
     Start({.description = description, .control = Answering({{}})});
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(RouterPortOf(443), -ARDV_ERR_BAD_VALUE) << "it may be mapped by the connection that doesn't answer";
+    EXPECT_EQ(AnswerFor(80), 30080);
+    EXPECT_EQ(AnswerFor(443), -ARDV_ERR_BAD_VALUE) << "it may be mapped by the connection that doesn't answer";
 }
 
 TEST_F(HostileRouter, IsAskedEntryByEntryWhenItHasNoList) {
@@ -185,14 +186,14 @@ TEST_F(HostileRouter, IsAskedEntryByEntryWhenItHasNoList) {
                const bool isList = request.body.find("GetListOfPortMappings") != std::string::npos;
                isList ? Saying(Fault(401), 500)(request, answer) : entries(request, answer);
            }});
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(RouterPortOf(22), 0);
+    EXPECT_EQ(AnswerFor(80), 30080);
+    EXPECT_EQ(AnswerFor(22), 0);
 }
 
 TEST_F(HostileRouter, MayHaveAnEmptyList) {
     Start({.description = FakeRouter::GoodDescription("/control", "WANIPConnection:2"),
            .control = Saying(Fault(730), 500)});
-    EXPECT_EQ(RouterPortOf(80), 0);
+    EXPECT_EQ(AnswerFor(80), 0);
 }
 
 TEST_F(HostileRouter, IsPassedOverWhenItsDescriptionIsElsewhere) {
@@ -235,7 +236,7 @@ TEST_F(HostileRouter, IsHeardBehindRubbish) {
         {.searchAnswers = {"", "\r\n", std::string(3000, 'x'), "HTTP/1.1 200 OK",
                            "HTTP/1.1 200 OK\r\nST:\r\nLOCATION:\r\n", std::string(100, '\0'), FakeRouter::GoodAnswer()},
          .control = Answering({{}})});
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
 }
 
 TEST_F(HostileRouter, CannotSendTheDeviceElsewhere) {
@@ -250,7 +251,7 @@ TEST_F(HostileRouter, CannotSendTheDeviceElsewhere) {
         Start({.description = description, .control = Answering({{}})});
         const int connections = network_->Connections();
         LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS));
-        EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE) << description;
+        EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE) << description;
         EXPECT_EQ(network_->Connections() - connections, 1) << description;
     }
 }
@@ -259,7 +260,7 @@ TEST_F(HostileRouter, CannotRedirectTheDevice) {
     Start({.describe = [](const Request&, Response& answer) { answer.set_redirect("/other"); },
            .control = Answering({{}})});
     const int connections = network_->Connections();
-    EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE);
+    EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE);
     EXPECT_EQ(network_->Connections() - connections, 1);
 }
 
@@ -272,7 +273,7 @@ TEST_F(HostileRouter, IsCutOffWhenItTalksWithoutEnd) {
             return sink.write(block.data(), block.size());
         });
     }});
-    EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE);
+    EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE);
     EXPECT_LT(*sent, 16u * 1024 * 1024);
 }
 
@@ -281,10 +282,10 @@ TEST_F(HostileRouter, IsRefusedWhenItMakesNoSense) {
          {"", "router", "<", "<root>", "<root></root>", "{\"ports\": []}", "<service></service></service>"}) {
         Start({.description = text});
         LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS));
-        EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE) << text;
+        EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE) << text;
         Start({.control = Saying(text)});
         LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS));
-        EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE) << text;
+        EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE) << text;
     }
 }
 
@@ -293,12 +294,12 @@ TEST_F(HostileRouter, DoesNotMapPortsThatAreNone) {
          {"0", "-1", "65536", "70000", "65616", "4294967376", "99999999999999999999", "80x", " ", "0x50", ""}) {
         StartWithList(InCdata(Listing({{.port = port}, {.routerPort = port}})));
         LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
-        EXPECT_EQ(RouterPortOf(80), 0) << port;
-        EXPECT_EQ(RouterPortOf(4464), 0) << port;
+        EXPECT_EQ(AnswerFor(80), 0) << port;
+        EXPECT_EQ(AnswerFor(4464), 0) << port;
     }
     Start({.control = Answering({{.routerPort = "70000"}, {.port = "65616"}, {.routerPort = "30081"}})});
     LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
-    EXPECT_EQ(RouterPortOf(80), 30081);
+    EXPECT_EQ(AnswerFor(80), 30081);
 }
 
 TEST_F(HostileRouter, CountsOnlyMappingsInForceForThisDevice) {
@@ -308,7 +309,7 @@ TEST_F(HostileRouter, CountsOnlyMappingsInForceForThisDevice) {
                                  {.routerPort = "4", .client = "192.168.77.20"},
                                  {.routerPort = "5", .protocol = "UDP"},
                                  {.routerPort = "6", .protocol = "tcp", .enabled = "True"}})});
-    EXPECT_EQ(RouterPortOf(80), 6);
+    EXPECT_EQ(AnswerFor(80), 6);
 }
 
 TEST_F(HostileRouter, IsLeftWhenItsEntriesDoNotEnd) {
@@ -319,10 +320,10 @@ TEST_F(HostileRouter, IsLeftWhenItsEntriesDoNotEnd) {
                            kXml);
     }});
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(RouterPortOf(80), 30080);
     EXPECT_LT(RouterPortOf(22), 0) << "it may be mapped in what wasn't read";
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.0);
     EXPECT_LE(asked, 512);
+    EXPECT_EQ(AnswerFor(80), 30080);
     router_.reset();
 }
 
@@ -330,8 +331,8 @@ TEST_F(HostileRouter, IsLeftWhenItsListDoesNotEnd) {
     std::vector<Entry> entries(600, Entry{.routerPort = "9", .port = "9"});
     entries.back() = {};
     StartWithList(InCdata(Listing(entries)));
-    EXPECT_EQ(RouterPortOf(9), 9);
-    EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_BAD_VALUE) << "it may be mapped in what wasn't read";
+    EXPECT_EQ(AnswerFor(9), 9);
+    EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE) << "it may be mapped in what wasn't read";
 }
 
 TEST_F(HostileRouter, IsLeftInTimeWhenItStalls) {
@@ -371,6 +372,6 @@ TEST_F(HostileRouter, DoesNoHarmByDamagedAnswers) {
     }
     text = good;
     LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS));
-    EXPECT_EQ(RouterPortOf(443), 30443);
+    EXPECT_EQ(AnswerFor(443), 30443);
     router_.reset();
 }

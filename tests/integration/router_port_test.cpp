@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,7 @@
 
 namespace {
 
+using ardv::test::AnswerFor;
 using ardv::test::AskForAllServices;
 using ardv::test::CapturedLog;
 using ardv::test::kServices;
@@ -55,30 +57,33 @@ protected:
 TEST_P(RouterPortOfVersion, IsThatOfTheMapping) {
     router_->Map(30080, 80);
     router_->Map(31443, 443);
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(RouterPortOf(443), 31443);
-    EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_NONE);
+    EXPECT_EQ(AnswerFor(80), 30080);
+    EXPECT_EQ(AnswerFor(443), 31443);
 }
 
 TEST_P(RouterPortOfVersion, IsZeroWithoutAnyMapping) {
-    EXPECT_EQ(RouterPortOf(80), 0);
-    EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_NONE);
+    EXPECT_EQ(AnswerFor(80), 0);
+    std::future<int> error = std::async(std::launch::async, [] {
+        RouterPortOf(80);
+        return ALIBCErrGet();
+    });
+    EXPECT_EQ(error.get(), ARDV_ERR_NONE);
 }
 
 TEST_P(RouterPortOfVersion, IsZeroWhereOnlyOtherPortsAreMapped) {
     router_->Map(80, 8080);
-    EXPECT_EQ(RouterPortOf(80), 0);
-    EXPECT_EQ(RouterPortOf(8080), 80);
+    EXPECT_EQ(AnswerFor(80), 0);
+    EXPECT_EQ(AnswerFor(8080), 80);
 }
 
 TEST_P(RouterPortOfVersion, IsNotThatOfAnotherDevice) {
     router_->Map(30080, 80, "TCP", "192.168.77.3");
-    EXPECT_EQ(RouterPortOf(80), 0);
+    EXPECT_EQ(AnswerFor(80), 0);
 }
 
 TEST_P(RouterPortOfVersion, IsNotThatOfAnotherProtocol) {
     router_->Map(30080, 80, "UDP");
-    EXPECT_EQ(RouterPortOf(80), 0);
+    EXPECT_EQ(AnswerFor(80), 0);
 }
 
 TEST_P(RouterPortOfVersion, IsTheFirstInTheRoutersOrder) {
@@ -86,12 +91,12 @@ TEST_P(RouterPortOfVersion, IsTheFirstInTheRoutersOrder) {
     router_->Map(30081, 80);
     const int first = router_->FirstInList(80);
     ASSERT_NE(first, 0);
-    EXPECT_EQ(RouterPortOf(80), first);
+    EXPECT_EQ(AnswerFor(80), first);
 }
 
 TEST_P(RouterPortOfVersion, ServesTheHighestPorts) {
     router_->Map(65535, 65535);
-    EXPECT_EQ(RouterPortOf(65535), 65535);
+    EXPECT_EQ(AnswerFor(65535), 65535);
 }
 
 TEST_P(RouterPortOfVersion, IsFoundForEachOfSeveralMappings) {
@@ -100,7 +105,7 @@ TEST_P(RouterPortOfVersion, IsFoundForEachOfSeveralMappings) {
         router_->Map(31000 + port, port);
     }
     for (int port = 1; port <= kMappings; ++port) {
-        EXPECT_EQ(RouterPortOf(port), 31000 + port);
+        EXPECT_EQ(AnswerFor(port), 31000 + port);
     }
 }
 
@@ -112,49 +117,62 @@ INSTANTIATE_TEST_SUITE_P(InternetGatewayDevice, RouterPortOfVersion, testing::Va
 TEST_F(RealRouterPort, IsAskedForOnceForAllServices) {
     StartRouter();
     router_->Map(30001, 1);
+    EXPECT_EQ(AnswerFor(1), 30001);
     const int connections = network_->Connections();
-    EXPECT_EQ(RouterPortOf(1), 30001);
     const int searches = network_->Searches();
-    EXPECT_EQ(network_->Connections() - connections, 2) << "one for the description, one for the list";
     for (int port = 2; port <= kServices; ++port) {
         EXPECT_EQ(RouterPortOf(port), 0);
     }
-    EXPECT_EQ(network_->Connections() - connections, 2);
+    EXPECT_EQ(network_->Connections(), connections);
     EXPECT_EQ(network_->Searches(), searches);
 }
 
-TEST_F(RealRouterPort, IsReadAnewAfterItsTimeWithoutANewSearch) {
+TEST_F(RealRouterPort, IsKeptForItsTime) {
     StartRouter();
-    EXPECT_EQ(RouterPortOf(80), 0);
-    const int searches = network_->Searches();
+    EXPECT_EQ(AnswerFor(80), 0);
     router_->Map(30080, 80);
-    LetPass(seconds(ARDV_PORT_MAPPING_KEPT_SECONDS - 2));
+    LetPass(seconds(ARDV_PORT_MAPPING_KEPT_SECONDS - 3));
     EXPECT_EQ(RouterPortOf(80), 0);
     LetPass(seconds(3));
-    EXPECT_EQ(RouterPortOf(80), 30080);
-    EXPECT_EQ(network_->Searches(), searches);
+    EXPECT_EQ(AnswerFor(80), 30080);
+}
+
+TEST_F(RealRouterPort, IsReadAnewWithoutANewSearch) {
+    StartRouter();
+    EXPECT_EQ(AnswerFor(80), 0);
+    bool isSearchedFor = true;
+    constexpr int kAttempts = 5;  // a router that is late, on a busy machine, is searched for
+    for (int attempt = 0; isSearchedFor && attempt < kAttempts; ++attempt) {
+        const int searches = network_->Searches();
+        const int connections = network_->Connections();
+        LetPass(seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
+        EXPECT_EQ(AnswerFor(80), 0);
+        EXPECT_GT(network_->Connections(), connections);
+        isSearchedFor = network_->Searches() > searches;
+    }
+    EXPECT_FALSE(isSearchedFor);
 }
 
 TEST_F(RealRouterPort, IsFoundWhenTheRouterHasMovedItsServer) {
     StartRouter({.port = 5555});
-    EXPECT_EQ(RouterPortOf(80), 0);
+    EXPECT_EQ(AnswerFor(80), 0);
     StartRouter({.port = 5556});
     router_->Map(30080, 80);
     LetPass(seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
 }
 
 TEST_F(RealRouterPort, IsThatOfTheNewGatewayAtOnce) {
     StartRouter();
     router_->Map(30080, 80);
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
     const RouterNetwork other({.interface = "lan1", .device = "192.168.78.2", .router = "192.168.78.1"});
     const UpnpRouter otherRouter(other, {});
     otherRouter.Map(40080, 80);
     other.BecomeGateway();
-    EXPECT_EQ(RouterPortOf(80), 40080);
+    EXPECT_EQ(AnswerFor(80), 40080);
     network_->BecomeGateway();
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
 }
 
 TEST_F(RealRouterPort, IsThatOfTheGatewayWithTheLowestMetric) {
@@ -164,7 +182,7 @@ TEST_F(RealRouterPort, IsThatOfTheGatewayWithTheLowestMetric) {
     RunProgram({"ip", "route", "del", "default"});
     RunProgram({"ip", "route", "add", "default", "via", "192.168.78.1", "metric", "200"});
     RunProgram({"ip", "route", "add", "default", "via", "192.168.77.1", "metric", "100"});
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
     EXPECT_EQ(other.Searches(), 0);
 }
 
@@ -172,11 +190,11 @@ TEST_F(RealRouterPort, IsThatOfTheNewAddressAtOnce) {
     StartRouter();
     router_->Map(30080, 80);
     router_->Map(30081, 80, "TCP", "192.168.77.5");
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
     RunProgram({"ip", "address", "del", "192.168.77.2/24", "dev", "lan0"});
     RunProgram({"ip", "address", "add", "192.168.77.5/24", "dev", "lan0"});
     network_->BecomeGateway();
-    EXPECT_EQ(RouterPortOf(80), 30081);
+    EXPECT_EQ(AnswerFor(80), 30081);
 }
 
 TEST_F(RealRouterPort, FailsAtOnceWithoutADefaultGateway) {
@@ -200,7 +218,7 @@ TEST_F(RealRouterPort, FailsForAllServicesInLessThanASecondWhereNoRouterAnswers)
 
 TEST_F(RealRouterPort, FailsForAllServicesInLessThanASecondWhereAKnownRouterFallsSilent) {
     StartRouter();
-    EXPECT_EQ(RouterPortOf(80), 0);
+    EXPECT_EQ(AnswerFor(80), 0);
     network_->FallSilent();
     LetPass(seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
     const ServicesLoad load = AskForAllServices();
@@ -227,7 +245,7 @@ TEST_F(RealRouterPort, IsSearchedForAgainAMinuteAfterNobodyHasAnswered) {
     EXPECT_EQ(RouterPortOf(80), -ARDV_ERR_NO_ANSWER);
     EXPECT_EQ(network_->Searches(), searches);
     LetPass(seconds(5));
-    EXPECT_EQ(RouterPortOf(80), 30080);
+    EXPECT_EQ(AnswerFor(80), 30080);
 }
 
 TEST_F(RealRouterPort, IsAskedForWithoutAWordOnTheScreen) {

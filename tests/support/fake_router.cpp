@@ -80,7 +80,7 @@ FakeRouter::~FakeRouter() {
 
 std::string FakeRouter::Filled(std::string text) const {
     static const std::string kMark = "@URL@";
-    for (std::size_t at = text.find(kMark); at != text.npos; at = text.find(kMark)) {
+    for (std::size_t at = text.find(kMark); at != std::string::npos; at = text.find(kMark)) {
         text.replace(at, kMark.size(), url_);
     }
     return text;

@@ -82,8 +82,7 @@ pid_t HoldNamespace() {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const bool isReady = unshare(CLONE_NEWNET) == 0 && write(ends[1], "x", 1) == 1;
         close(ends[1]);
-        while (isReady) {
-            pause();
+        for (; isReady; pause()) {
         }
         _exit(1);
     }
@@ -270,7 +269,7 @@ int RouterNetwork::Count(const std::string& counter) const {
     constexpr std::string_view kLabel = "packets ";
     const std::string text = RunProgram(Inside({"nft", "list", "counter", "inet", "watch", counter})).out;
     const std::size_t at = text.find(kLabel);
-    Must(at != text.npos, "no counter: " + text);
+    Must(at != std::string::npos, "no counter: " + text);
     return std::stoi(text.substr(at + kLabel.size()));
 }
 
@@ -279,6 +278,7 @@ UpnpRouter::UpnpRouter(const RouterNetwork& network, Settings settings) : networ
     WriteText(name + ".conf", Configuration());
     std::vector<std::string> words = {"/usr/sbin/miniupnpd", "-d", "-f", name + ".conf", "-P", name + ".pid"};
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

@@ -22,10 +22,10 @@ void LetPass(std::chrono::seconds time) {
 }  // namespace ardv::test
 
 // Visible to the shared libraries, which read the clock too.
-extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* now) noexcept {
-    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
-    if (result == 0 && clock == CLOCK_MONOTONIC) {
-        now->tv_sec += shift;
+extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock_id, timespec* tp) noexcept {
+    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock_id, tp));
+    if (result == 0 && clock_id == CLOCK_MONOTONIC) {
+        tp->tv_sec += shift;
     }
     return result;
 }

@@ -24,6 +24,7 @@
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "support/file_text.h"
 
@@ -35,7 +36,7 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kDeadline{20};
-constexpr std::size_t kUnitFolderBytes = 1024 * 1024;
+constexpr std::size_t kUnitFolderBytes = 1048576;
 
 constexpr const char* kStage = "/run/systemd-box";
 constexpr const char* kConsole = "/run/systemd-box/console";
@@ -232,7 +233,7 @@ int OpenNotifySocket() {
     const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, kNotifySocket);
+    std::string_view(kNotifySocket).copy(address.sun_path, sizeof address.sun_path - 1);
     ::unlink(kNotifySocket);
     Must(fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "notify socket");
     return fd;
@@ -303,18 +304,7 @@ std::string SystemdBox::WhyNot() {
 /** The process that starts a box and takes it down. */
 class SystemdBox::Guardian {
 public:
-    explicit Guardian(const std::string& group) {
-        std::array<int, 2> ends{};
-        Must(::pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::close(ends[1]);
-            Guard(group, ends[0]);
-        }
-        ::close(ends[0]);
-        life_ = ends[1];
-        Must(pid_ > 0, "guardian");
-    }
+    explicit Guardian(const std::string& group) : pid_(Start(group, life_)) {}
     Guardian(const Guardian&) = delete;
     Guardian& operator=(const Guardian&) = delete;
     ~Guardian() {
@@ -327,8 +317,22 @@ public:
     pid_t Pid() const { return pid_; }
 
 private:
-    pid_t pid_ = -1;
-    int life_ = -1;
+    static pid_t Start(const std::string& group, int& life) {
+        std::array<int, 2> ends{};
+        Must(::pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
+        const pid_t guardian = ::fork();
+        if (guardian == 0) {
+            ::close(ends[1]);
+            Guard(group, ends[0]);
+        }
+        ::close(ends[0]);
+        life = ends[1];
+        Must(guardian > 0, "guardian");
+        return guardian;
+    }
+
+    int life_ = -1;  ///< the guardian takes the box down when this is closed or written to
+    pid_t pid_;
 };
 
 SystemdBox::SystemdBox() : group_(UnifiedGroups() + "/" + kGroupPrefix + std::to_string(::getpid())) {
