@@ -59,7 +59,8 @@ FakeRouter::FakeRouter(const RouterNetwork& network, Script script) : script_(st
     }
     stop_ = eventfd(0, EFD_CLOEXEC);
     network.RunThere([&] {
-        searches_ = OpenDatagramSocket(script_.answersFrom.empty() ? own : script_.answersFrom, kSsdpPort);
+        searches_ = OpenDatagramSocket("0.0.0.0", kSsdpPort);
+        answers_ = OpenDatagramSocket(script_.answersFrom.empty() ? own : script_.answersFrom, 0);
         url_ = "http://" + own + ":" + std::to_string(server_.bind_to_any_port("0.0.0.0"));
     });
     searchThread_ = std::thread([this] { AnswerSearches(); });
@@ -75,6 +76,7 @@ FakeRouter::~FakeRouter() {
     searchThread_.join();
     serverThread_.join();
     close(searches_);
+    close(answers_);
     close(stop_);
 }
 
@@ -98,7 +100,7 @@ void FakeRouter::AnswerSearches() const {
         }
         for (const std::string& answer : script_.searchAnswers) {
             const std::string text = Filled(answer);
-            sendto(searches_, text.data(), text.size(), 0, address, size);
+            sendto(answers_, text.data(), text.size(), 0, address, size);
         }
     }
 }

@@ -48,6 +48,7 @@ private:
     std::string url_;
     httplib::Server server_;
     int searches_ = -1;
+    int answers_ = -1;
     int stop_ = -1;
     std::thread searchThread_;
     std::thread serverThread_;
