@@ -82,9 +82,12 @@ pid_t HoldNamespace() {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const bool isReady = unshare(CLONE_NEWNET) == 0 && write(ends[1], "x", 1) == 1;
         close(ends[1]);
-        for (; isReady; pause()) {
+        if (!isReady) {
+            _exit(1);
         }
-        _exit(1);
+        for (;;) {
+            pause();
+        }
     }
     close(ends[1]);
     char ready = 0;

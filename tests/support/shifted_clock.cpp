@@ -22,6 +22,7 @@ void LetPass(std::chrono::seconds time) {
 }  // namespace ardv::test
 
 // Visible to the shared libraries, which read the clock too.
+// NOLINTNEXTLINE(readability-identifier-naming): the system's own names
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock_id, timespec* tp) noexcept {
     const int result = static_cast<int>(syscall(SYS_clock_gettime, clock_id, tp));
     if (result == 0 && clock_id == CLOCK_MONOTONIC) {
