@@ -11,7 +11,7 @@ namespace ARDV::Platform {
 namespace {
 
 /// A description or a mapping list has some ten kilobytes; what is larger isn't meant well.
-constexpr std::size_t kMaxBodyBytes = 1024 * 1024;
+constexpr std::size_t kMaxBodyBytes = 1048576;
 
 struct ReleaseUrl {
     void operator()(CURLU* url) const { curl_url_cleanup(url); }

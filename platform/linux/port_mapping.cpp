@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/linux/deadline.h"
-#include "platform/linux/router_link.h"
 #include "platform/linux/error.h"
 #include "platform/linux/gateway_http.h"
+#include "platform/linux/router_link.h"
 #include "platform/linux/ssdp_search.h"
 #include "platform/linux/upnp_gateway.h"
 
@@ -37,43 +37,58 @@ constexpr milliseconds kKnownRouterLimit{300};
 constexpr seconds kMappingsLife{ARDV_PORT_MAPPING_KEPT_SECONDS};
 constexpr seconds kAbsenceLife{ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS};
 
-/// What is known of the router behind the default route.
+/// How long the way to the router is taken for granted: the services of one reading of the configuration ask in a row, and
+/// the kernel's answer costs more than all else that an answer from memory does.
+constexpr seconds kLinkLife{ARDV_PORT_MAPPING_ROUTE_KEPT_SECONDS};
+
+/// What is known of the router at the default route.
 class Router {
 public:
     /// The router port that leads to `port` of this device; 0 when none does.
     Result<int> Find(int port);
 
 private:
-    void Meet(const RouterLink& route);
+    void FindWay();
+    void Meet(const RouterLink& link);
     void Refresh();
     Result<MappingList> Ask();
     Result<MappingList> SearchAndAsk(GatewayHttp& http, const Deadline& deadline);
     Result<int> FindInList(int port) const;
 
     std::mutex mutex_;
-    RouterLink route_;
+    Result<RouterLink> way_ = Error{};
+    Clock::time_point wayUntil_ = Clock::time_point::min();
+    RouterLink link_;
     std::vector<ConnectionService> connections_;
     Result<MappingList> list_ = Error{};
     Clock::time_point goodUntil_ = Clock::time_point::min();
 };
 
 Result<int> Router::Find(int port) {
-    const Result<RouterLink> route = ReadRouterLink();
-    if (!route) {
-        return route.Reason();
-    }
     const std::lock_guard lock(mutex_);
-    Meet(*route);
+    FindWay();
+    if (!way_) {
+        return way_.Reason();
+    }
+    Meet(*way_);
     Refresh();
     return FindInList(port);
 }
 
+void Router::FindWay() {
+    const auto now = Clock::now();
+    if (now >= wayUntil_) {
+        way_ = ReadRouterLink();
+        wayUntil_ = now + kLinkLife;
+    }
+}
+
 /// Another way out leads to another router: forgets what was known.
-void Router::Meet(const RouterLink& route) {
-    if (route_ == route) {
+void Router::Meet(const RouterLink& link) {
+    if (link_ == link) {
         return;
     }
-    route_ = route;
+    link_ = link;
     connections_.clear();
     goodUntil_ = Clock::time_point::min();
 }
@@ -102,11 +117,11 @@ Result<MappingList> Router::Ask() {
 }
 
 Result<MappingList> Router::SearchAndAsk(GatewayHttp& http, const Deadline& deadline) {
-    const Result<std::string> url = FindGatewayDescription(route_, deadline.Within(kSearchLimit));
+    const Result<std::string> url = FindGatewayDescription(link_, deadline.Within(kSearchLimit));
     if (!url) {
         return url.Reason();
     }
-    Result<std::vector<ConnectionService>> connections = ReadConnections(http, *url, route_.gateway, deadline);
+    Result<std::vector<ConnectionService>> connections = ReadConnections(http, *url, link_.gateway, deadline);
     if (!connections) {
         return connections.Reason();
     }
@@ -123,7 +138,7 @@ Result<int> Router::FindInList(int port) const {
     }
     const auto& mappings = list_->mappings;
     const auto found = std::find_if(mappings.begin(), mappings.end(), [&](const PortMapping& mapping) {
-        return mapping.port == port && mapping.client.s_addr == route_.address.s_addr;
+        return mapping.port == port && mapping.client.s_addr == link_.address.s_addr;
     });
     if (found != mappings.end()) {
         return found->routerPort;

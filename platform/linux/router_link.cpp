@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/router_link.h"
 
-#include <net/if.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <tuple>
 
 #include "platform/linux/file.h"
@@ -41,12 +39,8 @@ Result<RouterLink> ReadRouterLink() {
     if (!route) {
         return route.Reason().code == ARDV_ERR_NO_VALUE ? MakeError(ARDV_ERR_NO_DEVICE) : route.Reason();
     }
-    std::array<char, IF_NAMESIZE> name = {};
     const Result<in_addr> address = SourceAddressFor(route->gateway);
-    if (!address || if_indextoname(static_cast<unsigned>(route->index), name.data()) == nullptr) {
-        return MakeError(ARDV_ERR_NO_DEVICE);
-    }
-    return RouterLink{name.data(), route->gateway, *address};
+    return address ? Result(RouterLink{route->index, route->gateway, *address}) : address.Reason();
 }
 
 }  // namespace ARDV::Platform

@@ -3,15 +3,13 @@
 
 #include <netinet/in.h>
 
-#include <string>
-
 #include "platform/linux/error.h"
 
 namespace ARDV::Platform {
 
 /// The way from the device to its router (IPv4). Addresses are in network byte order.
 struct RouterLink {
-    std::string interface;
+    int interface = 0;  ///< its index
     in_addr gateway{};
     in_addr address{};  ///< the device's own, as the gateway sees it
 

@@ -2,7 +2,6 @@
 #include "platform/linux/ssdp_search.h"
 
 #include <arpa/inet.h>
-#include <net/if.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/socket.h>
@@ -44,14 +43,14 @@ in_addr Group() {
     return group;
 }
 
-/// A socket on the device's address that sends to groups on the route's interface.
-Result<FileDescriptor> OpenSocket(const RouterLink& route) {
+/// A socket on the device's address that sends to groups on the link's interface.
+Result<FileDescriptor> OpenSocket(const RouterLink& link) {
     FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in own{};
     own.sin_family = AF_INET;
-    own.sin_addr = route.address;
+    own.sin_addr = link.address;
     ip_mreqn group{};
-    group.imr_ifindex = static_cast<int>(if_nametoindex(route.interface.c_str()));
+    group.imr_ifindex = link.interface;
     const int fd = socket.Get();
     const bool isReady = socket && bind(fd, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) == 0 &&
                          setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &group, sizeof(group)) == 0 &&
@@ -87,12 +86,12 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view start) {
 /// The value of a header, `name` with its colon; empty without one.
 std::string_view HeaderValue(std::string_view answer, std::string_view name) {
     constexpr std::string_view kBlanks = " \t";
-    for (std::size_t end = answer.find("\r\n"); end != answer.npos; end = answer.find("\r\n")) {
+    for (std::size_t end = answer.find("\r\n"); end != std::string_view::npos; end = answer.find("\r\n")) {
         const std::string_view line = answer.substr(0, end);
         if (StartsWithIgnoringCase(line, name)) {
             const std::size_t start = line.find_first_not_of(kBlanks, name.size());
             const std::size_t last = line.find_last_not_of(kBlanks);
-            return start == line.npos ? std::string_view() : line.substr(start, last - start + 1);
+            return start == std::string_view::npos ? std::string_view() : line.substr(start, last - start + 1);
         }
         answer.remove_prefix(end + 2);
     }
@@ -126,12 +125,12 @@ std::optional<std::string> TakeAnswer(int socket, in_addr gateway) {
 
 }  // namespace
 
-Result<std::string> FindGatewayDescription(const RouterLink& route, const Deadline& deadline) {
-    const Result<FileDescriptor> socket = OpenSocket(route);
+Result<std::string> FindGatewayDescription(const RouterLink& link, const Deadline& deadline) {
+    const Result<FileDescriptor> socket = OpenSocket(link);
     if (!socket) {
         return socket.Reason();
     }
-    if (!SearchEverywhere(socket->Get(), route.gateway)) {
+    if (!SearchEverywhere(socket->Get(), link.gateway)) {
         return MakeError(ARDV_ERR_NO_DEVICE);
     }
     while (!deadline.IsOver()) {
@@ -139,7 +138,7 @@ Result<std::string> FindGatewayDescription(const RouterLink& route, const Deadli
         if (poll(&entry, 1, static_cast<int>(deadline.Left().count())) <= 0) {
             continue;
         }
-        if (std::optional<std::string> url = TakeAnswer(socket->Get(), route.gateway)) {
+        if (std::optional<std::string> url = TakeAnswer(socket->Get(), link.gateway)) {
             return *std::move(url);
         }
     }

@@ -43,6 +43,9 @@ struct ErrorName {
     int code;
 };
 
+/// Beginnings of errors that tell of no manager: the connection's own, and that the bus couldn't start one.
+constexpr std::array<std::string_view, 2> kNobodyThere = {"System.Error.", "org.freedesktop.DBus.Error.Spawn."};
+
 /// What the manager's and the bus's errors mean for a caller; any other is ARDV_ERR_SERVICE_FAILED.
 constexpr std::array<ErrorName, 13> kErrorNames = {{
     {kNoSuchUnit, ARDV_ERR_NOT_FOUND},
@@ -91,7 +94,9 @@ public:
 
     /// `result` is that of the call: without an answer from the other side, it tells what is wrong with the connection.
     Error Reason(int result, SourcePlace where = SourcePlace::Here()) const {
-        if (error_.name == nullptr || std::string_view(error_.name).starts_with("System.Error.")) {
+        const std::string_view name = error_.name == nullptr ? kNobodyThere.front() : error_.name;
+        if (std::any_of(kNobodyThere.begin(), kNobodyThere.end(),
+                        [name](std::string_view start) { return name.starts_with(start); })) {
             return ConnectionError(result, where);
         }
         const auto* row = std::find_if(kErrorNames.begin(), kErrorNames.end(), [this](const ErrorName& entry) {
@@ -112,7 +117,8 @@ bool HasUnitSuffix(std::string_view name) {
 
 Result<std::string> UnitName(const char* unit) {
     const std::string_view name = unit == nullptr ? std::string_view() : unit;
-    if (name.empty() || name.size() > kMaxUnitName || name.find_first_not_of(kUnitCharacters) != name.npos) {
+    if (name.empty() || name.size() > kMaxUnitName ||
+        name.find_first_not_of(kUnitCharacters) != std::string_view::npos) {
         return MakeError(ARDV_ERR_INVALID_ARGUMENT);
     }
     std::string whole = std::string(name) + (HasUnitSuffix(name) ? "" : ".service");
@@ -226,13 +232,17 @@ Failure Enable(const std::string& unit) {
     return ReadUnitsAnew(*bus);
 }
 
+/// A unit that isn't there needn't be kept from starting.
 Failure Disable(const std::string& unit) {
     const Result<Bus> bus = Connect();
     if (!bus) {
         return bus.Reason();
     }
     const Result<Message> disabled = Call(*bus, "DisableUnitFiles", "asb", 1, unit.c_str(), 0);
-    return disabled ? ReadUnitsAnew(*bus) : disabled.Reason();
+    if (!disabled) {
+        return disabled.Reason().code == ARDV_ERR_NOT_FOUND ? Failure{} : disabled.Reason();
+    }
+    return ReadUnitsAnew(*bus);
 }
 
 Failure Start(const std::string& unit) {

@@ -25,11 +25,31 @@ constexpr int kMaxEntries = 512;
 /// UPnP error of GetListOfPortMappings for a list without entries (WANIPConnection:2, section 2.5.21).
 constexpr std::string_view kNoMappings = "730";
 
+/// A document as the library can read it: behind one that breaks off, it looks at a byte more.
+class Document {
+public:
+    explicit Document(std::string_view text) : text_(text), size_(static_cast<int>(text.size())) {
+        text_.append(kMargin, '\0');
+    }
+
+    const char* Data() const { return text_.data(); }
+    int Size() const { return size_; }
+
+private:
+    static constexpr std::size_t kMargin = 16;
+
+    std::string text_;
+    int size_;
+};
+
 /// The elements of a message, by name without prefix. The library's own reader of whole lists isn't used, since it
 /// takes port 70000 for 4464.
 class Elements {
 public:
-    explicit Elements(std::string_view xml) { ParseNameValue(xml.data(), static_cast<int>(xml.size()), &data_); }
+    explicit Elements(std::string_view xml) {
+        const Document document(xml);
+        ParseNameValue(document.Data(), document.Size(), &data_);
+    }
     Elements(const Elements&) = delete;
     Elements& operator=(const Elements&) = delete;
     ~Elements() { ClearNameValueList(&data_); }
@@ -117,7 +137,7 @@ MappingList ParseListing(std::string_view listing) {
         if (const std::optional<PortMapping> mapping = ParseMapping(Elements(listing.substr(0, end)))) {
             list.mappings.push_back(*mapping);
         }
-        listing.remove_prefix(end == listing.npos ? listing.size() : end + kTagEnd.size());
+        listing.remove_prefix(end == std::string_view::npos ? listing.size() : end + kTagEnd.size());
     }
     return list;
 }
@@ -224,7 +244,8 @@ Result<std::vector<ConnectionService>> ReadConnections(GatewayHttp& http, const 
     }
     IGDdatas description{};
     if (answer->status == kHttpOk) {
-        parserootdesc(answer->body.data(), static_cast<int>(answer->body.size()), &description);
+        const Document document(answer->body);
+        parserootdesc(document.Data(), document.Size(), &description);
     }
     const std::string base = description.urlbase[0] == '\0' ? url : description.urlbase;
     std::vector<ConnectionService> connections;

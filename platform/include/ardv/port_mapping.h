@@ -19,19 +19,22 @@ extern "C" {
 /// The first call asks the router for all of its mappings, which takes some milliseconds, or, where no router answers,
 /// `ARDV_PORT_MAPPING_WAIT_MILLISECONDS` at most. The answer serves the calls after it for a time:
 /// `ARDV_PORT_MAPPING_KEPT_SECONDS`, and `ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS` when there was none or a bad one. A
-/// change of the gateway, of the interface to it or of the device's address there ends this time at once. Callers in
-/// several threads wait for one another and share the answer. Nothing happens between calls.
+/// change of the gateway, of the interface to it or of the device's address there ends this time, after
+/// `ARDV_PORT_MAPPING_ROUTE_KEPT_SECONDS` at the latest. Callers in several threads wait for one another and share the
+/// answer. Nothing happens between calls.
 
 enum {
     /// The longest that a call waits, in milliseconds. A caller asks for some twenty services in a row while a person
     /// waits; all of them together must stay below a second.
-    ARDV_PORT_MAPPING_WAIT_MILLISECONDS = 900,
+    ARDV_PORT_MAPPING_WAIT_MILLISECONDS = 850,
     /// How long mappings are kept, in seconds: enough for all services of one reading of the configuration, and short
     /// enough for a person who has changed the router and looks again.
     ARDV_PORT_MAPPING_KEPT_SECONDS = 10,
     /// How long it is kept that no router answers, in seconds. Most networks without such a router stay so, and each new
     /// attempt costs the whole wait.
     ARDV_PORT_MAPPING_ABSENCE_KEPT_SECONDS = 60,
+    /// How long the way to the router (gateway, interface, own address) is taken for granted, in seconds.
+    ARDV_PORT_MAPPING_ROUTE_KEPT_SECONDS = 1,
 };
 
 /// Reads which external TCP port of the router is forwarded to a TCP port of this device: the first in the router's
