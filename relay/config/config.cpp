@@ -153,7 +153,6 @@ bool RelaydConf::Reload() {
         RELAY_LOG(LOG_ERR, "reload config failed");
         return false;
     }
-    fresh.network_ = std::move(network_);  // its mode is no setting of the file
     *this = std::move(fresh);
     network_.ReadConf();
     auth_.SetTimeZone(GetTimeZone());

@@ -81,6 +81,11 @@ int ALIBNetGetInterfaceInfo(ALIB_NETIF* table, int size) {
     return active ? active->interfaceResult.value_or(result) : result;
 }
 
+int ALIBIsValidIpMask(const char* ip, const char* mask) {
+    static const auto real = RealFunction<int (*)(const char*, const char*)>("ALIBIsValidIpMask");
+    return active && active->acceptsAnyMask ? 1 : real(ip, mask);
+}
+
 int ARDVLnxV6IPGet(const char* name, ARDV_IPV6_ADDRESS* addresses, int size) {
     static const auto real = RealFunction<int (*)(const char*, ARDV_IPV6_ADDRESS*, int)>("ARDVLnxV6IPGet");
     Record("V6IPGet", name, std::to_string(size));

@@ -33,6 +33,7 @@ public:
 
     std::optional<std::vector<ALIB_NETIF>> interfaces;  ///< the table of interfaces
     std::optional<int> interfaceResult;                 ///< result of asking for it, with the table filled all the same
+    bool acceptsAnyMask = false;                        ///< every address goes with every mask
     std::optional<int> pppoeStatus;                     ///< whether PPPoE is connected
     std::optional<Answer> pppoeAddress;                 ///< its address and mask
     std::optional<Answer> pppoeInterface;               ///< its interface's name

@@ -14,7 +14,6 @@ namespace ARDV::Relay {
 namespace {
 
 using namespace ardv::test;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -99,6 +98,14 @@ INSTANTIATE_TEST_SUITE_P(Values, InterfaceValidity,
                                          InterfaceCase{"MaskOfNothing", "eth0", "192.0.2.7", "0.0.0.0", false},
                                          InterfaceCase{"NoSuchAddress", "eth0", "192.0.2.700", "255.255.255.0", false}),
                          [](const auto& value) { return value.param.test; });
+
+TEST_F(InterfaceTest, IsNotValidWithAnEmptyTextWhateverThePlatformSaysOfTheMask) {
+    faults_.acceptsAnyMask = true;
+    EXPECT_TRUE(InterfaceConf("eth0", "192.0.2.7", "255.0.255.0").IsValid());
+    EXPECT_FALSE(InterfaceConf("", "192.0.2.7", "255.255.255.0").IsValid());
+    EXPECT_FALSE(InterfaceConf("eth0", "", "255.255.255.0").IsValid());
+    EXPECT_FALSE(InterfaceConf("eth0", "192.0.2.7", "").IsValid());
+}
 
 TEST_F(InterfaceTest, IsNotValidWhereItsIPv6AddressesCannotBeAskedFor) {
     const InterfaceConf interface("eth0", "192.0.2.7", "255.255.255.0");

@@ -2,6 +2,7 @@
 #include <relay/config/network_conf.h>
 
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -101,7 +102,7 @@ TEST_F(NetworkRead, LeavesOutAnInterfaceWhoseIPv6AddressesCannotBeAskedFor) {
 TEST_F(NetworkRead, TakesALargeTableAndNoMoreThanWasStored) {
     faults_.interfaces = std::vector(250, MakeInterface("eth0", 2, "192.0.2.7", "255.255.255.0"));
     EXPECT_EQ(InterfacesOf(Read()).size(), 250U);
-    faults_.interfaceResult = 1000000;
+    faults_.interfaceResult = std::numeric_limits<int>::max();
     EXPECT_EQ(InterfacesOf(Read()).size(), 250U);
     faults_.interfaceResult = 1;
     EXPECT_EQ(InterfacesOf(Read()).size(), 1U);

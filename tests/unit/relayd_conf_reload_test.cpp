@@ -175,6 +175,20 @@ TEST_F(Reload, TimeZoneIsTheDevicesOfNowAndTheIdentityIsReadWhenItIsNeeded) {
     EXPECT_EQ(data["serial"], Json::Value("AV0000000001"));
 }
 
+TEST_F(Reload, TimeZoneIsReadAfterTheNetwork) {
+    WriteText(kConfigFile, "{}");
+    network_.ipv6 = [](const std::string&) {
+        WriteText(kDeviceSettings, "timezone=\"Taipei\"\n");
+        return std::vector<std::string>();
+    };
+    EXPECT_TRUE(conf_.Reload());
+    WriteText(kIdentityFile, "");
+    const CapturedLog log(0);
+    Json::Value data;
+    conf_.DumpDataForAliasReq(data);
+    EXPECT_EQ(data["timezone"], Json::Value("Taipei"));
+}
+
 TEST_F(Reload, LogLevelIsRaisedWhereTheKernelLogsAll) {
     WriteText(kConfigFile, R"({"log_level":3})");
     EXPECT_TRUE(conf_.Reload());
