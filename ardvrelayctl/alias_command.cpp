@@ -2,6 +2,7 @@
 #include "alias_command.h"
 
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 
 #include <CLI/CLI.hpp>
@@ -10,6 +11,7 @@
 #include <relay/request/request_alias.h>
 
 #include "alias_report.h"
+#include "alias_request.h"
 #include "output.h"
 #include "server_url.h"
 #include "table.h"
@@ -92,27 +94,27 @@ ExitCode SendAndReport(const Action& action, const std::string& alias, AliasRequ
     return isRecorded ? ExitCodeOf(outcome.ret) : kExitCantCreate;
 }
 
-ExitCode RunAction(const Action& action, const AliasOptions& options) {
-    const Json::Value data = GatherRequestData(options);
+ExitCode RunAction(const Action& action, const Session& session, const AliasOptions& options) {
+    const Json::Value data = GatherRequestData(session, options);
     AliasRequest request;
     if (!request.SetRequest(action.cmd, data)) {
         throw std::runtime_error("the request cannot be made (--verbose tells more)");
     }
     if (options.dryRun) {
-        PrintRequest(request, options.json);
+        PrintRequest(request, session.json);
         return kExitSuccess;
     }
-    return SendAndReport(action, data["alias"].asString(), request, options.json);
+    return SendAndReport(action, data["alias"].asString(), request, session.json);
 }
 
-ExitCode ShowStatus(const AliasOptions& options) {
-    const std::string alias = ConfiguredAlias(options);
+ExitCode ShowStatus(const Session& session, const AliasOptions& options) {
+    const std::string alias = ConfiguredAlias(session, options);
     std::string word;
     std::string extra;
     if (alias.empty() || !AliasStatus().GetStatus(alias, word, extra) || word.empty()) {
         word = "not_set";
     }
-    if (options.json) {
+    if (session.json) {
         Json::Value report(Json::objectValue);
         report["alias"] = alias;
         report["status"] = word;
@@ -129,15 +131,6 @@ std::string UrlFault(const std::string& url) {
     return fault ? fault : "";
 }
 
-// An empty text would count as an option that was not given, which is not what a script with an empty variable means.
-std::string TextFault(const std::string& text) {
-    return text.empty() ? "must not be empty" : "";
-}
-
-void AddText(CLI::App& command, const char* name, std::string& text, const char* help, const char* type) {
-    command.add_option(name, text, help)->type_name(type)->check(CLI::Validator(TextFault, ""));
-}
-
 void AddMapOptions(CLI::App& map, AliasOptions& options) {
     AddText(map, "--account", options.account, "The owner's account at the account service", "NAME");
     AddText(map, "--account-id", options.accountId, "The owner's account number", "ID");
@@ -148,31 +141,31 @@ void AddMapOptions(CLI::App& map, AliasOptions& options) {
     map.add_flag("--force", options.force, "Take the alias over from another device of the same account");
 }
 
-CLI::App* AddSubcommand(CLI::App& alias, const char* name, const char* help, AliasOptions& options) {
-    auto* command = alias.add_subcommand(name, help);
+CLI::App* AddAliasSubcommand(CLI::App& alias, const char* name, const char* help, Session& session,
+                             AliasOptions& options) {
+    auto* command = AddCommand(alias, name, help, session);
     AddText(*command, "--alias", options.alias, "Another alias than the configured one", "NAME");
-    command->add_flag("--json", options.json, "Print JSON, for programs");
     return command;
 }
 
 }  // namespace
 
-void AddAliasCommand(CLI::App& app, AliasOptions& options, ExitCode& exitCode) {
-    auto* alias = app.add_subcommand("alias", "Keep the short name by which the device is reached");
-    alias->require_subcommand(1);
+void AddAliasCommand(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<AliasOptions>();
+    auto* alias = AddGroup(app, "alias", "Keep the short name by which the device is reached");
     for (const auto& action : kActions) {
-        auto* command = AddSubcommand(*alias, action.name, action.help, options);
-        command->add_option("--url", options.url, "Another alias server than the configured one: http:// or https://")
+        auto* command = AddAliasSubcommand(*alias, action.name, action.help, session, *options);
+        command->add_option("--url", options->url, "Another alias server than the configured one: http:// or https://")
             ->type_name("URL")
             ->check(CLI::Validator(UrlFault, ""));
-        command->add_flag("--dry-run", options.dryRun, "Print the request, with its secrets masked, and send nothing");
+        command->add_flag("--dry-run", options->dryRun, "Print the request, with its secrets masked, and send nothing");
         if (action.cmd == ALIAS_REQUEST_CMD_MAP) {
-            AddMapOptions(*command, options);
+            AddMapOptions(*command, *options);
         }
-        command->callback([&options, &exitCode, &action] { exitCode = RunAction(action, options); });
+        command->callback([&session, &action, options] { session.exitCode = RunAction(action, session, *options); });
     }
-    AddSubcommand(*alias, "status", "Show the outcome of the last map, keep-alive or delete", options)
-        ->callback([&options, &exitCode] { exitCode = ShowStatus(options); });
+    AddAliasSubcommand(*alias, "status", "Show the outcome of the last map, keep-alive or delete", session, *options)
+        ->callback([&session, options] { session.exitCode = ShowStatus(session, *options); });
 }
 
 }  // namespace ardv::ctl

@@ -3,16 +3,13 @@
 
 #include <stdexcept>
 
+#include "device_identity.h"
 #include "secret_file.h"
 #include "server_url.h"
 
 namespace ardv::ctl {
 
 namespace {
-
-constexpr const char kNoIdentity[] =
-    "the device has no identity: serial and token are missing or cannot be read in its token store (--verbose tells "
-    "more)";
 
 struct Needed {
     const char* key;
@@ -49,9 +46,9 @@ void CheckUrl(const std::string& url) {
 
 }  // namespace
 
-Json::Value GatherRequestData(const AliasOptions& options) {
+Json::Value GatherRequestData(const Session& session, const AliasOptions& options) {
     Json::Value data;
-    LoadConfiguration(options.configFile).DumpDataForAliasReq(data);
+    LoadConfiguration(session.configFile).DumpDataForAliasReq(data);
     SetIfGiven(data, "alias", options.alias);
     SetIfGiven(data, "url", options.url);
     SetIfGiven(data, "kova_account", options.account);
@@ -68,8 +65,8 @@ Json::Value GatherRequestData(const AliasOptions& options) {
     return data;
 }
 
-std::string ConfiguredAlias(const AliasOptions& options) {
-    return options.alias.empty() ? LoadConfiguration(options.configFile).GetAliasConf().GetAliasName() : options.alias;
+std::string ConfiguredAlias(const Session& session, const AliasOptions& options) {
+    return options.alias.empty() ? LoadConfiguration(session.configFile).GetAliasConf().GetAliasName() : options.alias;
 }
 
 }  // namespace ardv::ctl

@@ -5,13 +5,12 @@
 
 #include <json/value.h>
 
-#include "configuration.h"
+#include "session.h"
 
 namespace ardv::ctl {
 
 /** What the user asked for. Empty texts were not given. */
 struct AliasOptions {
-    std::string configFile = kDefaultConfigFile;
     std::string alias;
     std::string url;
     std::string account;
@@ -19,20 +18,19 @@ struct AliasOptions {
     std::string passwordFile;
     std::string authKeyFile;
     bool force = false;
-    bool json = false;
     bool dryRun = false;
 };
 
 /**
  * Gathers what a request carries from the main configuration file, the device's identity and the options.
  *
- * @throws std::runtime_error, with words for the user, if the configuration or a secret's file cannot be used, if the
+ * @throws std::exception, with words for the user, if the configuration or a secret's file cannot be used, if the
  *         configured server's URL is none that is accepted, or if alias, identity or server identifier are missing
  */
-Json::Value GatherRequestData(const AliasOptions& options);
+Json::Value GatherRequestData(const Session& session, const AliasOptions& options);
 
 /** The alias that the options or the configuration name; empty for none. Throws as `GatherRequestData` for the
  * configuration. */
-std::string ConfiguredAlias(const AliasOptions& options);
+std::string ConfiguredAlias(const Session& session, const AliasOptions& options);
 
 }  // namespace ardv::ctl

@@ -3,22 +3,42 @@
 
 #include <string>
 
+#include <json/value.h>
+
 #include <relay/config/config.h>
+
+#include "json_file.h"
 
 namespace ardv::ctl {
 
 /** Where the main configuration stands unless the user names another file. */
 inline constexpr const char kDefaultConfigFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
 
+/** The main configuration as a file. */
+inline JsonFile ConfigurationFile(const std::string& path) {
+    return {"the configuration", path};
+}
+
+/** What becomes of the services of a configuration: reading them asks the device for each, and the router for its ports. */
+enum class Services { kLeaveOut, kRead };
+
 /**
- * Reads the main configuration. The file itself stays as it is, whatever it holds: a file that the user named by
- * mistake must not be moved aside as a damaged configuration would be.
+ * Reads the main configuration. The file itself stays as it is, whatever it holds.
  *
- * @param path a regular file of at most `kMaxJsonFileSize` bytes that holds a JSON object. In a folder that everybody
- *             may write to it must belong to this user or to root, have one name, and be no symbolic link.
- * @throws std::runtime_error, with words for the user that quote nothing of the file, if it is not that, or if its
- *         settings are not valid
+ * @param path a regular file as `ReadText` wants it that holds a JSON object
+ * @throws CommandError, with words for the user that quote nothing of the file, if it is not that, or if its settings are
+ *         not valid
  */
 ARDV::Relay::RelaydConf LoadConfiguration(const std::string& path);
+
+/** The object in the main configuration file; an empty one if there is no such file. Throws as `LoadConfiguration`, but
+ * doesn't look at the settings. */
+Json::Value ReadSettings(const std::string& path, Comments comments = Comments::kDrop);
+
+/** The configuration that settings make: the defaults with the settings over them. `isValid`: what it says of itself. */
+ARDV::Relay::RelaydConf Configured(const Json::Value& settings, Services services, bool& isValid);
+
+/** As `LoadConfiguration`, with the defaults where there is no file. */
+ARDV::Relay::RelaydConf LoadOrDefault(const std::string& path, Services services);
 
 }  // namespace ardv::ctl

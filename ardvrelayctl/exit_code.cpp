@@ -33,10 +33,12 @@ constexpr Meaning kMeanings[] = {
     {kExitResolve, "the server's name did not resolve: try again once the network is up"},
     {kExitLater, "failed, and may succeed by itself later"},
     {kExitUser, "refused, until you change something"},
-    {kExitNothing, "no alias is set, or nothing is recorded for it"},
+    {kExitNothing, "not there: no alias is set or nothing is recorded for it, no such key, no such service"},
     {kExitUsage, "wrong use of this tool"},
-    {kExitCantCreate, "the outcome could not be recorded"},
+    {kExitUnavailable, "a part of the device, such as its web server, did not do what it was asked for"},
+    {kExitCantCreate, "a file could not be written, or the outcome not be recorded"},
     {kExitIo, "what this tool printed could not be written"},
+    {kExitNoPermission, "you may not do that: run it as root"},
     {kExitConfig, "the configuration or the device's identity cannot be used"},
 };
 

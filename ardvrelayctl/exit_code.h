@@ -11,14 +11,16 @@ namespace ardv::ctl {
  * sysexits.h. */
 enum ExitCode : int {
     kExitSuccess = 0,
-    kExitResolve = 1,      ///< the server's name did not resolve
-    kExitLater = 2,        ///< may succeed by itself later
-    kExitUser = 3,         ///< stays as it is until somebody changes something
-    kExitNothing = 4,      ///< no alias is set, or nothing is recorded for it
-    kExitUsage = 64,       ///< wrong use of the tool
-    kExitCantCreate = 73,  ///< a file could not be written
-    kExitIo = 74,          ///< what was printed could not be written
-    kExitConfig = 78       ///< configuration or identity of the device cannot be used
+    kExitResolve = 1,        ///< the server's name did not resolve
+    kExitLater = 2,          ///< may succeed by itself later
+    kExitUser = 3,           ///< stays as it is until somebody changes something
+    kExitNothing = 4,        ///< what was asked for is not there: an alias, its record, a key, a service
+    kExitUsage = 64,         ///< wrong use of the tool
+    kExitUnavailable = 69,   ///< a part of the device did not do what it was asked for
+    kExitCantCreate = 73,    ///< a file could not be written
+    kExitIo = 74,            ///< what was printed could not be written
+    kExitNoPermission = 77,  ///< this user may not do that
+    kExitConfig = 78         ///< configuration or identity of the device cannot be used
 };
 
 /** The exit code of an alias result. */

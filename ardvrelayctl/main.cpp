@@ -11,14 +11,27 @@
 #include <relay/daemon/daemon.h>
 
 #include "alias_command.h"
+#include "command_error.h"
+#include "config_command.h"
 #include "exit_code.h"
+#include "identity_command.h"
+#include "network_command.h"
 #include "output.h"
+#include "permission_command.h"
 #include "readable_log.h"
 #include "server_url.h"
+#include "service_command.h"
+#include "session.h"
+#include "web_command.h"
 
 namespace {
 
 using namespace ardv::ctl;
+
+// In the order in which the help shows them.
+constexpr void (*kAddCommands[])(CLI::App&, Session&) = {AddConfigCommand,  AddServiceCommand, AddPermissionCommand,
+                                                         AddAliasCommand,   AddNetworkCommand, AddWebCommand,
+                                                         AddIdentityCommand};
 
 // The library's messages are for whoever looks into a failure; the tool has its own words for everybody else.
 void SetVerbosity(bool verbose, std::optional<ReadableLog>& log) {
@@ -46,25 +59,28 @@ ExitCode EndParsing(const CLI::App& app, const CLI::ParseError& problem, bool as
 ExitCode Run(int argc, char** argv) {
     std::optional<ReadableLog> log;
     CLI::App app("Manages the relay daemon of this device.", "ardvrelayctl");
-    AliasOptions options;
-    ExitCode exitCode = kExitSuccess;
+    Session session;
     bool verbose = false;
     app.set_version_flag("--version", "ardvrelayctl " ARDV_VERSION);
-    app.add_option("--config", options.configFile, "Main configuration file")->type_name("FILE")->capture_default_str();
+    app.add_option("--config", session.configFile, "Main configuration file")->type_name("FILE")->capture_default_str();
     app.add_flag("--verbose", verbose, "Show the library's log on standard error");
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(ExitCodeHelp());
     app.parse_complete_callback([&] { SetVerbosity(verbose, log); });
-    AddAliasCommand(app, options, exitCode);
+    for (const auto& add : kAddCommands) {
+        add(app, session);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& problem) {
         return EndParsing(app, problem, IsJsonAskedFor(argc, argv));
+    } catch (const CommandError& problem) {
+        return Fail(problem.what(), problem.Code(), session.json);
     } catch (const std::exception& problem) {
-        return Fail(problem.what(), kExitConfig, options.json);
+        return Fail(problem.what(), kExitConfig, session.json);
     }
-    return exitCode;
+    return session.exitCode;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -27,8 +28,22 @@ std::string Written(const Json::Value& value, const char* indentation) {
     return Json::writeString(builder, value);
 }
 
-std::string TextOf(const Json::Value& value) {
-    return value.isString() ? value.asString() : Written(value, "");
+void PrintLeaves(const std::string& key, const Json::Value& value) {
+    if (value.empty() || !(value.isObject() || value.isArray())) {
+        std::cout << Excerpt(key) << ": " << Printable(PlainText(value)) << '\n';
+        return;
+    }
+    for (auto member = value.begin(); member != value.end(); ++member) {
+        const std::string name =
+            value.isArray() ? "[" + std::to_string(member.index()) + "]" : (key.empty() ? "" : ".") + member.name();
+        PrintLeaves(key + name, *member);
+    }
+}
+
+// In characters. What takes more than one column, or none, is rare in names of services.
+std::size_t WidthOf(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }));
 }
 
 }  // namespace
@@ -65,8 +80,37 @@ void PrintMembers(const Json::Value& object) {
             std::cout << "  ... (--json shows all)\n";
             return;
         }
-        std::cout << "  " << Excerpt(member.name()) << ": " << Excerpt(TextOf(*member)) << '\n';
+        std::cout << "  " << Excerpt(member.name()) << ": " << Excerpt(PlainText(*member)) << '\n';
     }
+}
+
+void PrintDotted(const Json::Value& object) {
+    if (!object.empty()) {
+        PrintLeaves("", object);
+    }
+}
+
+void PrintTable(const std::vector<std::vector<std::string>>& rows) {
+    constexpr std::size_t kGap = 2;
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], WidthOf(Excerpt(row[i])));
+        }
+    }
+    for (const auto& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const std::string cell = Excerpt(row[i]);
+            line += cell + std::string(widths[i] + kGap - WidthOf(cell), ' ');
+        }
+        std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
+    }
+}
+
+std::string PlainText(const Json::Value& value) {
+    return value.isString() ? value.asString() : Written(value, "");
 }
 
 void Complain(std::string_view text) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <json/value.h>
 
@@ -29,6 +30,15 @@ void PrintJson(const Json::Value& value);
 
 /** Prints the members of an object as excerpts, one "key: value" a line, indented by two blanks; at most 100 of them. */
 void PrintMembers(const Json::Value& object);
+
+/** Prints every member of nested objects and lists, one "dotted.key: value" a line; "[2]" is the third element of a list. */
+void PrintDotted(const Json::Value& object);
+
+/** Prints rows below each other, the columns aligned, as excerpts. */
+void PrintTable(const std::vector<std::vector<std::string>>& rows);
+
+/** A value as text: that of a string as it is, of anything else as JSON in one line. */
+std::string PlainText(const Json::Value& value);
 
 /** Prints "ardvrelayctl: TEXT" on standard error. */
 void Complain(std::string_view text);

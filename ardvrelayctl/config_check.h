@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <json/value.h>
+
+namespace ardv::ctl {
+
+/** Something wrong in a configuration file. */
+struct Finding {
+    std::string file;
+    std::string key;  ///< dotted, with "[2]" for the third element of a list; empty for the file as a whole
+    bool isError = true;
+    std::string reason;
+};
+
+/**
+ * Checks the main configuration file; nothing is changed. A file that isn't there is an error if it is named, else a
+ * warning.
+ */
+std::vector<Finding> CheckConfiguration(const std::string& path, bool isNamed);
+
+/** Checks the files that stand beside the main configuration, where they exist: environment and permissions. */
+std::vector<Finding> CheckNeighbours(const std::string& path);
+
+/** What keeps the servers of the settings from being valid, in words; empty if nothing does. */
+std::string FirstServerFault(const Json::Value& settings);
+
+}  // namespace ardv::ctl

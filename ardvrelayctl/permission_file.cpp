@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "permission_file.h"
+
+#include <algorithm>
+
+#include <relay/service/service_permission.h>
+
+#include "command_error.h"
+
+namespace ardv::ctl {
+
+using namespace ARDV::Relay;
+
+namespace {
+
+bool Belongs(const SupportService& service, const std::string& group) {
+    return service.group != SERVICE_GROUP_ALWAYS &&
+           static_cast<std::uint32_t>(service.group) == ServicePermission::GetMaskVal(group);
+}
+
+}  // namespace
+
+JsonFile PermissionFile() {
+    return {"the permission file", "/usr/ardv/etc/ardvrelayd/services.conf"};
+}
+
+Json::Value ReadPermissions() {
+    const auto text = ReadText(PermissionFile());
+    Json::Value list(Json::arrayValue);
+    if (text && (Parse(*text, list) || !list.isArray())) {
+        throw CommandError(kExitConfig, PermissionFile().Name() +
+                                            " is damaged: it is not a JSON array. Correct it, or remove it to have all "
+                                            "groups permitted again");
+    }
+    return list;
+}
+
+std::vector<std::string> GroupNames() {
+    std::vector<std::string> names;
+    for (const auto& group : ServicePermission::MaskToJson(0)) {
+        names.push_back(group["id"].asString());
+    }
+    return names;
+}
+
+std::string GroupOf(const SupportService& service) {
+    const auto names = GroupNames();
+    const auto found =
+        std::find_if(names.begin(), names.end(), [&](const std::string& name) { return Belongs(service, name); });
+    return found == names.end() ? "" : *found;
+}
+
+std::vector<std::string> ServicesOf(const std::string& group) {
+    std::vector<std::string> services;
+    for (const auto* row = grgszSupportService; row->id; ++row) {
+        if (Belongs(*row, group) && std::find(services.begin(), services.end(), row->id) == services.end()) {
+            services.emplace_back(row->id);
+        }
+    }
+    return services;
+}
+
+}  // namespace ardv::ctl

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "session.h"
+
+namespace ardv::ctl {
+
+/** Adds "service" with its sub-commands to the tool. */
+void AddServiceCommand(CLI::App& app, Session& session);
+
+}  // namespace ardv::ctl

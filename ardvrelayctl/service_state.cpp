@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service_state.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include <ardv/key_value_file.h>
+#include <ardv/system_service.h>
+
+#include <relay/config/support_service.h>
+#include <relay/service/service_permission.h>
+
+#include "permission_file.h"
+
+namespace ardv::ctl {
+
+using namespace ARDV::Relay;
+
+namespace {
+
+/** The owner's choices. */
+struct Choices {
+    std::uint32_t mask;           // of the groups that are permitted
+    std::uint32_t decidedGroups;  // permitted or denied
+};
+
+Choices ReadChoices() {
+    Json::Value list = ReadPermissions();
+    Choices choices = {ServicePermission::JsonToMask(list), 0};
+    for (auto& element : list) {
+        if (element.isObject()) {
+            element["enabled"] = true;
+        }
+    }
+    choices.decidedGroups = ServicePermission::JsonToMask(list);
+    return choices;
+}
+
+bool IsPermitted(const SupportService& service, const Choices& choices) {
+    return (static_cast<std::uint32_t>(service.group) & choices.mask) != 0;
+}
+
+std::string DenialOf(const SupportService& service, const Choices& choices) {
+    const bool isDecided = (static_cast<std::uint32_t>(service.group) & choices.decidedGroups) != 0;
+    if (!isDecided || IsPermitted(service, choices)) {
+        return {};
+    }
+    const std::string group = GroupOf(service);
+    return group.empty()
+               ? "no group of services is permitted, and so none of those that belong to no group"
+               : "the group " + group + " is denied: 'ardvrelayctl permission allow " + group + "' permits it";
+}
+
+// Comes last: as long as nothing of a group is on, there is nothing to permit.
+std::string MissingDecision(const SupportService& service, const Choices& choices) {
+    return IsPermitted(service, choices) ? "" : "it is not permitted yet: 'ardvrelayctl service generate' does that";
+}
+
+std::string SettingFault(const SupportService& service, const Choices& /*choices*/) {
+    const bool isOn = !service.conf_file || ALIBCFileCheckKeyValue(service.conf_file, service.conf_key,
+                                                                   service.conf_value, service.is_default) != 0;
+    return isOn ? ""
+                : std::string("it is switched off: ") + service.conf_key + " is not \"" + service.conf_value +
+                      "\" in " + service.conf_file;
+}
+
+std::string CheckFault(const SupportService& service, const Choices& /*choices*/) {
+    const std::string_view expected = service.check && service.conf_value ? service.conf_value : "";
+    const bool isWithheld = (expected == "yes" && !service.check()) || (expected == "no" && service.check());
+    return isWithheld ? "the web server redirects HTTP to HTTPS: offer the HTTPS service instead" : "";
+}
+
+std::string UnitFault(const SupportService& service, const Choices& /*choices*/) {
+    const std::string unit = service.unit ? service.unit : "";
+    if (!unit.empty() && ARDVSystemdActiveStatusGet(service.unit) != 1) {
+        return "its unit " + unit + " is not active";
+    }
+    return unit == "inetd.service" && ARDVInetdServiceIsEnable("telnetd") != 1 ? "telnet is not switched on in inetd"
+                                                                               : "";
+}
+
+std::string PackageFault(const SupportService& service, const Choices& /*choices*/) {
+    const std::string package = service.package ? service.package : "";
+    const bool isEnabled = package.empty() || access(("/var/packages/" + package + "/enabled").c_str(), F_OK) == 0;
+    return isEnabled ? "" : "the package " + package + " is not installed or not enabled";
+}
+
+struct Test {
+    const char* name;
+    std::string (*fault)(const SupportService&, const Choices&);
+};
+
+// In the order in which the library makes them.
+constexpr Test kTests[] = {{"permission", DenialOf}, {"setting", SettingFault}, {"check", CheckFault},
+                           {"unit", UnitFault},      {"package", PackageFault}, {"permission", MissingDecision}};
+
+/** The library decides; the tests explain. */
+Obstacle ObstacleOf(const SupportService& service, const ServicePermission& permission, const Choices& choices) {
+    if (permission.IsServiceEnabled(&service, choices.mask)) {
+        return {};
+    }
+    for (const auto& [name, fault] : kTests) {
+        if (const auto reason = fault(service, choices); !reason.empty()) {
+            return {name, reason};
+        }
+    }
+    return {"check", "it is off (--verbose tells more)"};
+}
+
+Obstacle PortObstacle(const ServiceConf& onDevice) {
+    if (onDevice.IsValid()) {
+        return {};
+    }
+    const bool isHttp2 = onDevice.GetId().ends_with("_http2");
+    return {"port", std::string("this device has no port for it") +
+                        (isHttp2 ? ", or HTTP/2 is off in its web server's settings" : "")};
+}
+
+std::vector<const SupportService*> RowsOf(const std::string& id) {
+    std::vector<const SupportService*> rows;
+    for (const auto* row = grgszSupportService; row->id; ++row) {
+        if (id == row->id) {
+            rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+ServiceState StateOf(const std::string& id, const RelaydConf& conf, const Choices& choices) {
+    const ServicePermission permission(false);
+    ServiceState state;
+    state.id = id;
+    state.onDevice = ServiceConf(id.c_str());
+    state.isOffered = conf.GetServiceById(id) != nullptr;
+    std::vector<Obstacle> obstacles;
+    for (const auto* row : RowsOf(id)) {
+        state.group = GroupOf(*row);
+        state.isPermitted = state.isPermitted || IsPermitted(*row, choices);
+        state.isOn = state.isOn || permission.IsServiceEnabled(row, kAllGroups);
+        obstacles.push_back(ObstacleOf(*row, permission, choices));
+    }
+    // One of the packages that provide a service is enough.
+    if (std::all_of(obstacles.begin(), obstacles.end(), [](const Obstacle& o) { return static_cast<bool>(o); })) {
+        state.obstacle = obstacles.front();
+    }
+    if (!state.obstacle) {
+        state.obstacle = PortObstacle(state.onDevice);
+    }
+    return state;
+}
+
+}  // namespace
+
+std::vector<ServiceState> SurveyServices(const RelaydConf& conf) {
+    const Choices choices = ReadChoices();
+    std::vector<ServiceState> states;
+    for (const auto* row = grgszSupportService; row->id; ++row) {
+        if (std::none_of(states.begin(), states.end(), [row](const ServiceState& s) { return s.id == row->id; })) {
+            states.push_back(StateOf(row->id, conf, choices));
+        }
+    }
+    return states;
+}
+
+Obstacle ObstacleTo(const std::string& id) {
+    const Choices choices = ReadChoices();
+    const ServicePermission permission(false);
+    Obstacle first;
+    bool isOffered = false;
+    for (const auto* row : RowsOf(id)) {
+        const auto obstacle = ObstacleOf(*row, permission, choices);
+        isOffered = isOffered || !obstacle;
+        first = first ? first : obstacle;
+    }
+    if (first && isOffered) {
+        first.reason += "; 'ardvrelayctl service generate' is content with one of the packages that provide it";
+    }
+    return first ? first : PortObstacle(ServiceConf(id.c_str()));
+}
+
+}  // namespace ardv::ctl

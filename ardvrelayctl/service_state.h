@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <relay/config/config.h>
+
+namespace ardv::ctl {
+
+/** Why a service cannot be offered: the test that it fails, and words for the user. Both empty: it can be. */
+struct Obstacle {
+    std::string test;  ///< "permission", "setting", "check", "unit", "package" or "port"
+    std::string reason;
+
+    explicit operator bool() const { return !test.empty(); }
+};
+
+/** One service that the relay can carry, on this device. */
+struct ServiceState {
+    std::string id;
+    std::string group;  ///< empty for one that belongs to no group
+    bool isOffered = false;
+    bool isPermitted = false;
+    bool isOn = false;
+    ARDV::Relay::ServiceConf onDevice = ARDV::Relay::ServiceConf(nullptr);
+    Obstacle obstacle;
+};
+
+/** Every service that the relay can carry, each identifier once. Throws as `ReadPermissions`. */
+std::vector<ServiceState> SurveyServices(const ARDV::Relay::RelaydConf& conf);
+
+/** What keeps a service from being added to the list. Throws as `ReadPermissions`. */
+Obstacle ObstacleTo(const std::string& id);
+
+}  // namespace ardv::ctl

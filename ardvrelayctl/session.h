@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include "configuration.h"
+#include "exit_code.h"
+
+namespace CLI {
+class App;
+class Option;
+class Option;
+}  // namespace CLI
+
+namespace ardv::ctl {
+
+/** What holds for every command of one run of the tool. */
+struct Session {
+    std::string configFile = kDefaultConfigFile;
+    bool json = false;
+    ExitCode exitCode = kExitSuccess;  ///< set by the command that has run
+};
+
+/** Adds a command that does something, with its option "--json". */
+CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Session& session);
+
+/** Adds a command that only has commands of its own. */
+CLI::App* AddGroup(CLI::App& parent, const char* name, const char* help);
+
+/** Adds a text that must not be empty: an empty one would count as one that was not given, which is not what a script with an empty variable
+ * means. */
+CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, const char* help, const char* type);
+
+}  // namespace ardv::ctl

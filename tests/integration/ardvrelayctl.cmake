@@ -1,0 +1,15 @@
+# SPDX-License-Identifier: Apache-2.0
+# ardv_ctl_tests: the management tool on a device without a network.
+ardv_add_test(ardv_ctl_tests
+  integration/ardvrelayctl_check_test.cpp
+  integration/ardvrelayctl_config_test.cpp
+  integration/ardvrelayctl_identity_test.cpp
+  integration/ardvrelayctl_rights_test.cpp
+  integration/ardvrelayctl_service_test.cpp
+  integration/ardvrelayctl_web_test.cpp
+  support/nginx_server.cpp)
+target_compile_definitions(ardv_ctl_tests PRIVATE
+  ARDV_RELAYCTL="$<TARGET_FILE:ardvrelayctl>"
+  ARDV_PACKAGED_SERVER_BLOCK="${PROJECT_SOURCE_DIR}/packaging/etc/nginx/conf.d/ardv.conf")
+target_link_libraries(ardv_ctl_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp Threads::Threads)
+add_dependencies(ardv_ctl_tests ardvrelayctl)
