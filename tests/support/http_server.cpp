@@ -60,7 +60,11 @@ HttpServer::HttpServer(std::unique_ptr<httplib::Server> server, std::string sche
     server_->Post(".*", serve);
     server_->set_keep_alive_max_count(1);
     int listener = -1;
-    server_->set_socket_options([&listener](int fd) { listener = fd; });
+    server_->set_socket_options([&listener](int fd) {
+        const int on = 1;  // a port is free again although connections of an earlier server are still fading
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        listener = fd;
+    });
     port_ = server_->is_valid() ? Bind(*server_, port) : -1;
     if (port_ <= 0) {
         throw std::runtime_error("cannot start a server");

@@ -249,12 +249,13 @@ TEST_F(Failover, StaysOffWhereNobodyKnowsTheCountry) {
     EXPECT_EQ(ReadText(kDeviceSettings), before);
 }
 
+// The system log is read in a child, which must begin before the server's thread does.
 TEST_F(Failover, SettingThatCannotBeReadGoesToTheSystemLogAndAsksNobody) {
-    Serve();
     std::filesystem::remove(kDeviceSettings);
     const CapturedLog log;
-    const auto systemLog = SystemLogOf([] { RelaydConf::SetTethraFailover(); });
-    EXPECT_THAT(systemLog, testing::MatchesRegex("<11>.*config\\.cpp:[0-9]+ Fail to get failover enable setting"));
+    EXPECT_THAT(SystemLogOf([] { RelaydConf::SetTethraFailover(); }),
+                testing::MatchesRegex("<11>.*config\\.cpp:[0-9]+ Fail to get failover enable setting"));
+    Serve();
     EXPECT_FALSE(RelaydConf::SetTethraFailover());
     EXPECT_EQ(log.Text(), "") << "the process's own log has no part in it";
     EXPECT_THAT(Asked(), IsEmpty());
@@ -262,13 +263,17 @@ TEST_F(Failover, SettingThatCannotBeReadGoesToTheSystemLogAndAsksNobody) {
 }
 
 TEST_F(Failover, SettingThatCannotBeWrittenGoesToTheSystemLogAndIsOff) {
-    Serve();
     std::filesystem::remove(kLock);
     std::filesystem::create_directory(kLock);
     const CapturedLog log;
-    const auto systemLog = SystemLogOf([] { RelaydConf::SetTethraFailover(); });
+    const auto systemLog = SystemLogOf([this] {
+        Serve();
+        RelaydConf::SetTethraFailover();
+        server_.reset();
+    });
     EXPECT_THAT(systemLog, testing::MatchesRegex(
                                "<11>.*config\\.cpp:[0-9]+ ALIBCFileSetKeyValue \\[/etc/ardvinfo\\.conf\\] failed"));
+    Serve();
     EXPECT_FALSE(RelaydConf::SetTethraFailover());
     EXPECT_EQ(log.Text(), "");
     EXPECT_EQ(ReadText(kDeviceSettings), "timezone=\"Amsterdam\"\n");
