@@ -9,13 +9,13 @@
 namespace ardv::ctl {
 
 /**
- * Changes something in the main configuration file and leaves everything else in it as it is, comments and keys that the
- * system does not know included. A missing file is made, and for the default path its folder too.
+ * Changes something in the main configuration file and leaves everything else in it as it is, comments and keys that
+ * the system does not know included. A missing file is made, and for the default path its folder too.
  *
  * @param change gets the object in the file; false: there is nothing to change
  * @return what `change` returned
- * @throws CommandError, with the file as it was, if it is damaged, if the outcome would not be a valid configuration, or if it
- *         cannot be written
+ * @throws CommandError, with the file as it was, if it is damaged, if the outcome would not be a valid configuration,
+ *         or if it cannot be written
  */
 bool EditSettings(const std::string& path, const std::function<bool(Json::Value&)>& change);
 

@@ -42,7 +42,7 @@ Json::Value ValueOf(const Setting& setting, const std::string& text);
 /** Every setting with its type and meaning, as the help shows it. */
 std::string SettingsHelp();
 
-/** What is wrong with a text that is to be one word or line, a port, or a yes/no; null if nothing is. For members of lists. */
+/** What is wrong with a string as one line of text, or with an integer as a port; null if nothing is. */
 const char* TextFault(const Json::Value& value);
 const char* PortFault(const Json::Value& value);
 

@@ -19,15 +19,17 @@ inline JsonFile ConfigurationFile(const std::string& path) {
     return {"the configuration", path};
 }
 
-/** What becomes of the services of a configuration: reading them asks the device for each, and the router for its ports. */
+/**
+ * What becomes of the services of a configuration: reading them asks the device for each, and the router for its ports.
+ */
 enum class Services { kLeaveOut, kRead };
 
 /**
  * Reads the main configuration. The file itself stays as it is, whatever it holds.
  *
  * @param path a regular file as `ReadText` wants it that holds a JSON object
- * @throws CommandError, with words for the user that quote nothing of the file, if it is not that, or if its settings are
- *         not valid
+ * @throws CommandError, with words for the user that quote nothing of the file, if it is not that, or if its settings
+ *         are not valid
  */
 ARDV::Relay::RelaydConf LoadConfiguration(const std::string& path);
 
@@ -35,7 +37,9 @@ ARDV::Relay::RelaydConf LoadConfiguration(const std::string& path);
  * doesn't look at the settings. */
 Json::Value ReadSettings(const std::string& path, Comments comments = Comments::kDrop);
 
-/** The configuration that settings make: the defaults with the settings over them. `isValid`: what it says of itself. */
+/**
+ * The configuration that settings make: the defaults with the settings over them. `isValid`: what it says of itself.
+ */
 ARDV::Relay::RelaydConf Configured(const Json::Value& settings, Services services, bool& isValid);
 
 /** As `LoadConfiguration`, with the defaults where there is no file. */

@@ -13,7 +13,9 @@ inline constexpr const char kNoIdentity[] =
     "missing "
     "or cannot be read in its token store (--verbose tells more)";
 
-/** The device's identity as the library reads it: "serial", "mac", "token", "timezone", "key" and "model", all strings. */
+/**
+ * The device's identity as the library reads it: "serial", "mac", "token", "timezone", "key" and "model", all strings.
+ */
 Json::Value ReadIdentity();
 
 /** What an identity lacks, in words for the user; empty if it is whole. */

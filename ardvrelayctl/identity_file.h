@@ -14,7 +14,9 @@ struct Identity {
     std::string mac;  ///< empty: that of the first wired interface
 };
 
-/** What is wrong with a serial number, an API key or a MAC address, in words that do not repeat it; null if nothing is. */
+/**
+ * What is wrong with a serial number, an API key or a MAC address, in words that do not repeat it; null if nothing is.
+ */
 const char* SerialFault(const std::string& serial);
 const char* ApiKeyFault(const std::string& apiKey);
 const char* MacFault(const std::string& mac);
@@ -26,8 +28,8 @@ std::string RandomSerial();
 std::string RandomApiKey();
 
 /**
- * Makes the identity file, with the token that belongs to serial number and API key: mode 0600 from its first byte on, complete when it
- * appears under its name. Its folder is made if there is none.
+ * Makes the identity file, with the token that belongs to serial number and API key: mode 0600 from its first byte on,
+ * complete when it appears under its name. Its folder is made if there is none.
  *
  * @param replace whether a file that is there is replaced
  * @throws CommandError if it cannot be written, or if there is one and it is not to be replaced

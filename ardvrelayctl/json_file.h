@@ -24,12 +24,12 @@ struct JsonFault {
 };
 
 /**
- * Reads a file's text. The file itself stays as it is, whatever it holds: one that the user named by mistake must not be
- * moved aside as the library does with a damaged one.
+ * Reads a file's text. The file itself stays as it is, whatever it holds: one that the user named by mistake must not
+ * be moved aside as the library does with a damaged one.
  *
  * @return no value if there is no such file
- * @throws CommandError unless it is a regular file of at most `kMaxJsonFileSize` bytes that can be read. In a folder that
- *         everybody may write to it must belong to this user or to root, have one name, and be no symbolic link.
+ * @throws CommandError unless it is a regular file of at most `kMaxJsonFileSize` bytes that can be read. In a folder
+ *         that everybody may write to it must belong to this user or to root, have one name, and be no symbolic link.
  */
 std::optional<std::string> ReadText(const JsonFile& file);
 

@@ -28,10 +28,15 @@ ExitCode FinishOutput(ExitCode exitCode);
 /** Prints a JSON value on standard output, indented, in ASCII. */
 void PrintJson(const Json::Value& value);
 
-/** Prints the members of an object as excerpts, one "key: value" a line, indented by two blanks; at most 100 of them. */
+/**
+ * Prints the members of an object as excerpts, one "key: value" a line, indented by two blanks; at most 100 of them.
+ */
 void PrintMembers(const Json::Value& object);
 
-/** Prints every member of nested objects and lists, one "dotted.key: value" a line; "[2]" is the third element of a list. */
+/**
+ * Prints every member of nested objects and lists, one "dotted.key: value" a line; "[2]" is the third element of a
+ * list.
+ */
 void PrintDotted(const Json::Value& object);
 
 /** Prints rows below each other, the columns aligned, as excerpts. */

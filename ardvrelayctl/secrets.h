@@ -7,8 +7,10 @@
 
 namespace ardv::ctl {
 
-/** A value as it may be shown: members that are secrets of the protocol, and user names and passwords in URLs, are "***" unless
- * `showSecrets`. */
+/**
+ * A value as it may be shown: members that are secrets of the protocol, and user names and passwords in URLs, are "***"
+ * unless `showSecrets`.
+ */
 Json::Value Shown(const Json::Value& value, bool showSecrets);
 
 /** Likewise the value of a dotted key. */

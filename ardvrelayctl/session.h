@@ -27,8 +27,10 @@ CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Sessi
 /** Adds a command that only has commands of its own. */
 CLI::App* AddGroup(CLI::App& parent, const char* name, const char* help);
 
-/** Adds a text that must not be empty: an empty one would count as one that was not given, which is not what a script with an empty variable
- * means. */
+/**
+ * Adds a text that must not be empty: an empty one would count as one that was not given, which is not what a script
+ * with an empty variable means.
+ */
 CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, const char* help, const char* type);
 
 }  // namespace ardv::ctl
