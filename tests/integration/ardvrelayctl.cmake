@@ -6,10 +6,12 @@ ardv_add_test(ardv_ctl_tests
   integration/ardvrelayctl_identity_test.cpp
   integration/ardvrelayctl_rights_test.cpp
   integration/ardvrelayctl_service_test.cpp
+  integration/ardvrelayctl_walk_test.cpp
   integration/ardvrelayctl_web_test.cpp
-  support/nginx_server.cpp)
+  support/nginx_server.cpp
+  support/systemd_box.cpp)
 target_compile_definitions(ardv_ctl_tests PRIVATE
   ARDV_RELAYCTL="$<TARGET_FILE:ardvrelayctl>"
   ARDV_PACKAGED_SERVER_BLOCK="${PROJECT_SOURCE_DIR}/packaging/etc/nginx/conf.d/ardv.conf")
-target_link_libraries(ardv_ctl_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp Threads::Threads)
+target_link_libraries(ardv_ctl_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp PkgConfig::libsystemd Threads::Threads ardvplatform)
 add_dependencies(ardv_ctl_tests ardvrelayctl)
