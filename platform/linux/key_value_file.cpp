@@ -120,7 +120,7 @@ int ALIBCFileSetKeyValue(const char* file, const char* key, const char* value, i
 }
 
 int ALIBCFileCheckKeyValue(const char* file, const char* key, const char* value, int flags) {
-    if (!IsText(file) || !IsText(key) || value == nullptr || flags != 0) {
+    if (!IsText(file) || !IsText(key) || value == nullptr || (flags != 0 && flags != 1)) {
         Fail(ARDV_ERR_INVALID_ARGUMENT);
         return 0;
     }

@@ -2,6 +2,7 @@
 #include <relay/common/ardvrelayd.h>
 
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <regex>
 #include <string>

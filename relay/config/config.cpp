@@ -153,7 +153,7 @@ bool RelaydConf::Reload() {
         RELAY_LOG(LOG_ERR, "reload config failed");
         return false;
     }
-    *this = std::move(fresh);
+    *this = fresh;
     network_.ReadConf();
     auth_.SetTimeZone(GetTimeZone());
     return true;

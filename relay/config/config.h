@@ -61,6 +61,8 @@ public:
      * device and then merged with what it says itself. One that is not valid is dropped with a message of level 3, a second
      * one with the same identifier silently.
      *
+     * "server_kova" is passed over while "kova_unified" is "yes"; "enable", "debug", "pid" and "network" always.
+     *
      * @return false, with nothing changed, if `value` is no object
      */
     bool Overwrite(const Json::Value& value) override;
@@ -68,6 +70,11 @@ public:
     /** Checks the parts in a fixed order and logs the first that is not valid at level 3. */
     bool IsValid() const override;
 
+    /**
+     * Writes the members of the table above. Servers and services follow `full`; the account and the network are always written
+     * in full, the alias settings always in the form of the file. A member that is not to be written, such as an empty server
+     * identifier, stays as `value` has it.
+     */
     bool Write(Json::Value& value, bool full) const override;
 
     /**
@@ -75,7 +82,8 @@ public:
      * "server_waitcmd" and "disable_holepunch" only those are written that the file already has: such settings are put
      * there by hand. Keys that this class does not know are lost.
      *
-     * @return false if the object is not valid (level 3; the file is untouched) or the file cannot be written
+     * @return false if the object is not valid (level 3; the file is untouched) or the file cannot be written. Without a path
+     *         nothing is saved, and the result is true as for any rename that fails.
      */
     bool WriteConfig() override;
 
@@ -111,10 +119,11 @@ public:
     static bool WriteJsonFile(const std::string& path, const Json::Value& value);
 
     /**
-     * Takes the main file's settings over, whatever file this object was loaded from, and reads the network again. A file
-     * that is missing or damaged gives the defaults; one that is not valid changes nothing.
+     * Takes the main file's settings over, whatever file this object was loaded from, reads network and time zone again, and
+     * forgets an identity that was read. A file that is missing or damaged, or that holds no object, gives the defaults; one
+     * whose settings are not valid changes nothing.
      *
-     * @return false, with a message of level 3 and nothing changed, if the file is not valid
+     * @return false, with a message of level 3 and nothing changed, if the file's settings are not valid
      */
     bool Reload();
 
@@ -131,12 +140,17 @@ public:
      * Stores this object's server identifier as "serverID" in a file, and keeps everything else that the file has. A file that
      * cannot be read (level 7) is replaced by one with this key alone. This holds for the two below as well.
      *
-     * @param path the file; empty: the one that this object was loaded from
+     * @param path the file; empty: the one that this object was loaded from. With neither, nothing is saved, the failed
+     *        rename is logged, and the result is true as for any rename that fails (see `WriteJsonFile`).
      * @return false if this object is not valid (level 3; nothing is written) or the file cannot be written
      */
     bool WriteServerId(const std::string& path);
 
-    /** Makes `host` the control server's host, in this object and in the file, where the server's other settings stay. */
+    /**
+     * Makes `host` the control server's host, in this object and in the file, where the server's other settings stay. `host` is
+     * not checked: an empty one, for a server without an address, leaves an object and a file that are not valid, and that
+     * no later edit or save gets past.
+     */
     bool WriteControlServerHost(const std::string& path, const std::string& host);
 
     /** Sets the SmartDNS switch, in this object and in the file. */
@@ -146,12 +160,14 @@ public:
      * Makes the list of services anew: those of `grgszSupportService` that are on and permitted (`ServicePermission`), in its
      * order. A service that cannot be read from the device is left out, with a message of level 7. While the service is in use
      * ("tethra") each stands under its own identifier; while the support channel is on, each that is on stands under "support_"
-     * and its identifier, whatever the owner permits.
+     * and its identifier, whatever the owner permits. Without the permission file nothing is permitted; it is not made here
+     * (see `ServicePermission(true)`).
      */
     void GenServiceConf();
 
     /**
-     * Adds a service to the end of the list, if the owner permits it and it is on. An identifier that is not one of
+     * Adds a service to the end of the list, if the owner permits it and it is on; without the permission file nothing is
+     * permitted. An identifier that is not one of
      * `grgszSupportService` is forbidden by nobody, and is added.
      *
      * @return true if the service is in the list now; false if it cannot be read from the device (level 3) or is not enabled

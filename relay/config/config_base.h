@@ -24,7 +24,8 @@ public:
     /**
      * Merges settings into the object. Each setting is taken where `value` is an object that has its member in the
      * setting's JSON type (a whole real number such as 5.0 counts as an integer); a missing member, or one of another
-     * type, leaves the setting as it was, silently. Unknown members are ignored. Nothing is ever reset to its default.
+     * type, leaves the setting as it was, silently. Unknown members are ignored. Nothing is reset to its default, but
+     * for two settings that a value without them clears: the alias (`AliasConf`) and the kind of SmartDNS support (`MiscConf`).
      *
      * @return true; only the main configuration returns false, for a value that is no object
      */

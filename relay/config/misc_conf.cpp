@@ -60,7 +60,7 @@ bool MiscConf::Overwrite(const Json::Value& value) {
     return true;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): callers are linked with a function that takes a copy
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface is published with a copy
 bool MiscConf::OverwriteItem(std::string name, const Json::Value& value) {
     if (name == kRelayTunnel) {
         JsonText::Take(value, kRelayEnabled, record_->relayEnabled);

@@ -29,7 +29,8 @@ public:
     /**
      * The defaults, and then `Reload(init)`, whose result is dropped.
      *
-     * @param path the file; null counts as an empty path, which is never read and never written
+     * @param path the file; null counts as an empty path, which is never read. Saving to it saves nothing: the failed rename
+     *        is logged, and the result is true as for any rename that fails.
      * @param init whether a missing or damaged file is written anew
      */
     MiscConf(const char* path, bool init);

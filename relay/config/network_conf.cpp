@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <ardv/device_features.h>
 #include <ardv/dynamic_dns.h>

@@ -68,7 +68,7 @@ public:
 
     /**
      * Takes the snapshot anew; the mode, which the device cannot tell, stays. The list has the device's own wired interfaces
-     * with a valid IPv4 address, in the order of the platform's table, and after them the PPPoE connection. The dynamic DNS host
+     * with a valid IPv4 address, in the order of the platform's table (its first 256 entries), and after them the PPPoE connection. The dynamic DNS host
      * name is read where the device supports dynamic DNS and "ddns_update" is "yes".
      *
      * @return true. What cannot be read is left out, with a message of level 7, or of level 3 for a dynamic DNS

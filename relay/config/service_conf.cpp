@@ -97,6 +97,9 @@ std::string FirewallNameOf(const std::string& lookupName) {
 }
 
 const ARDV_FW_SERVICE* Find(const FirewallList& list, const std::string& name) {
+    if (name.find('\0') != std::string::npos) {
+        return nullptr;  // the platform would see its beginning alone, which is another service's name
+    }
     if (std::find(kFileSyncNames.begin(), kFileSyncNames.end(), name) == kFileSyncNames.end()) {
         return ARDVFWServiceFind(list.get(), name.c_str());
     }

@@ -53,11 +53,12 @@ public:
      * Fills the service from the device: its name and port from the firewall's service list (`ARDVFwServiceEnum`) and the
      * web server's settings, its external port from the device's and its packages' settings or else from the router.
      *
-     * A port is taken if it is a number from 1 to 65535, and is otherwise kept as it was. An external port that is none
+     * The web server's ports are taken as 16 bits. Another port is taken if it is a number from 1 to 65535, and is otherwise kept
+     * as it was. An external port that is none
      * becomes -1. That a service is not there is an ordinary case and is logged at level 7.
      *
      * @param id identifier, which is stored in every case
-     * @return false if the list cannot be read (level 3), has no such service, or has one without a name or without ports
+     * @return false if the list cannot be read or is empty (level 3), has no such service, or has one without a name or without ports
      *         to forward, and for HTTP/2 services while HTTP/2 is off (without a message). True otherwise, also without a port.
      */
     bool ReadConf(const std::string& id);

@@ -18,7 +18,7 @@ namespace ARDV::Relay::ServicePort {
  *
  * @param name name of the firewall's service
  * @param entry its entry in the firewall's list
- * @return 1 to 65535; nothing, with a message of level 7, if the device names no port or more than one
+ * @return the web server's port as 16 bits, or 1 to 65535; nothing, with a message of level 7, if the device names no port or more than one
  */
 std::optional<std::int32_t> OnDevice(const std::string& name, const ARDV_FW_SERVICE& entry);
 

@@ -30,7 +30,7 @@ namespace ARDV::Relay {
 class ARDVRELAYD_API ServicePermission {
 public:
     /**
-     * The mask that the file says; 0 if it cannot be read.
+     * The mask that the file says. If it cannot be read: 0 or, with `generate`, what `GenPermissionConf` left.
      *
      * @param generate first bring the file up to date by `GenPermissionConf`
      */
@@ -69,7 +69,8 @@ public:
      * permitted if the file does not name it. A group of which nothing is on is dropped, and with it the choice: when it
      * comes back it is permitted. The stored mask follows if the file can be written, and stays as it was otherwise.
      *
-     * Entries of the file that are no group's are logged at level 3 and lost.
+     * Entries of no group are lost. An element that is no object, or that lacks "id" or "enabled", is lost as well, and is
+     * reported at level 3 in the search for each group that comes past it.
      */
     void GenPermissionConf();
 

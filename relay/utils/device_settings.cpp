@@ -2,6 +2,7 @@
 #include <relay/utils/device_settings.h>
 
 #include <cstring>
+#include <utility>
 
 #include <ardv/key_value_file.h>
 

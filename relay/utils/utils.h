@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Small system utilities. None keeps state. Each failure is logged once, at level 3 under the source name "utils.cpp"
- * and a fixed message number, and becomes the result; nothing throws for an I/O failure.
+ * Small system utilities. None keeps state. Each failure is logged at level 3 under the source name "utils.cpp" and a
+ * fixed message number, once by each function that it passes through, and becomes the result; nothing throws for an I/O
+ * failure.
  */
 #pragma once
 
@@ -63,7 +64,7 @@ ARDVRELAYD_API bool IsFailoverEnable();
  * server: its test of the configuration and its reload. Nothing is thrown.
  *
  * @param seed text of which the identifier is made, see GetNuid
- * @return false, after one message, where the identifier, the file, or the registration (platform/include/ardvw3) failed
+ * @return false, after a message, where the identifier, the file, or the registration (platform/include/ardvw3) failed
  */
 ARDVRELAYD_API bool SetPingpongNginxConf(const std::string& seed);
 

@@ -95,7 +95,7 @@ ARDVPLATFORM_API int ALIBCFileSetKeyValue(const char* file, const char* key, con
 /// @param file path of the file
 /// @param key the key; not empty
 /// @param value the value to compare with, byte by byte, upper and lower case different
-/// @param flags 0; no flag is defined
+/// @param flags 0 or 1, which is how a caller's table marks what is on by default; it makes no difference here
 /// @return 1 when the key is there and has this value; an empty `value` matches a key that is there and empty
 /// @return 0 otherwise. If the reason is a missing or unreadable file, a null pointer, an empty key or an unknown flag,
 ///         the error triple is set; if it is an absent key or another value, the triple is left alone

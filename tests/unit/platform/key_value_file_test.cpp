@@ -133,7 +133,8 @@ TEST_F(KeyValueFile, ChecksForExactlyOneValue) {
 TEST_F(KeyValueFile, AnswersNoToBadArgumentsOfCheck) {
     const std::string file = MakeFile(folder_, "a.conf", "k=v\n");
     EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), "k", "v", 0), 1);
-    EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), "k", "v", 1), 0);
+    EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), "k", "v", 1), 1);
+    EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), "k", "v", 2), 0);
     EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), "k", nullptr, 0), 0);
     EXPECT_EQ(ALIBCFileCheckKeyValue(file.c_str(), nullptr, "v", 0), 0);
     EXPECT_EQ(ALIBCFileCheckKeyValue(nullptr, "k", "v", 0), 0);
