@@ -20,7 +20,7 @@ namespace Utils = ARDV::Relay::Utils;
 namespace {
 
 std::string SerialNumber() {
-    const auto serial = ReadIdentity()["serial"].asString();
+    auto serial = ReadIdentity()["serial"].asString();
     if (serial.empty()) {
         throw CommandError(kExitConfig, std::string(kNoIdentity) + "; --seed does without one");
     }
