@@ -36,6 +36,9 @@ Json::Value Value(const NetworkConf& network) {
 
 /** On a machine of which everything can be read, as far as a test does not say otherwise. */
 class NetworkRead : public DeviceTest {
+public:
+    ~NetworkRead() override { std::filesystem::remove_all("/etc/ardv/ddns"); }
+
 protected:
     NetworkRead() {
         faults_.interfaces = {MakeInterface("eth0", 2, "192.0.2.7", "255.255.255.0")};
@@ -44,7 +47,6 @@ protected:
         faults_.gateway = {0, "192.0.2.1"};
         std::filesystem::remove_all("/etc/ardv/ddns");
     }
-    ~NetworkRead() override { std::filesystem::remove_all("/etc/ardv/ddns"); }
 
     static void SupportDynamicDns() { WriteText(kFactorySettings, "supportddns=\"yes\"\n"); }
 
@@ -300,6 +302,14 @@ TEST_F(NetworkRead, AsksInAFixedOrder) {
 
 /** On the private root's own network, with a wired interface and a bridge without one. */
 class RealNetwork : public DeviceTest {
+public:
+    ~RealNetwork() override {
+        for (const char* name : {"eth0", "br0"}) {
+            RunProgram({"ip", "link", "del", name});
+        }
+        RunProgram({"ip", "netns", "del", "far"});
+    }
+
 protected:
     void SetUp() override {
         // The far end stands in another namespace, as that of a container does.
@@ -316,13 +326,6 @@ protected:
                 GTEST_SKIP() << "needs the right to make interfaces: " << result.err;
             }
         }
-    }
-
-    ~RealNetwork() override {
-        for (const char* name : {"eth0", "br0"}) {
-            RunProgram({"ip", "link", "del", name});
-        }
-        RunProgram({"ip", "netns", "del", "far"});
     }
 
     static void Ip(const std::vector<std::string>& words) {

@@ -52,7 +52,7 @@ TEST_P(NotedExternalPort, GoesBeforeTheRouters) {
 
 TEST_P(NotedExternalPort, IsReadIntoSixteenBytes) {
     PlatformFaults faults;
-    ServiceConf(GetParam().id);
+    const ServiceConf service(GetParam().id);
     EXPECT_THAT(faults.calls, Contains(std::string("GetKeyValue ") + GetParam().file + " " + GetParam().key + " 16 0"));
 }
 
@@ -178,7 +178,7 @@ TEST_F(ExternalPort, IsAskedForEvenWithoutAPort) {
 TEST_F(ExternalPort, SecureShellSettingIsReadIntoSixteenBytes) {
     OfferAtPort("ssh", "22");
     PlatformFaults faults;
-    ServiceConf("ssh");
+    const ServiceConf service("ssh");
     EXPECT_THAT(faults.calls, Contains(std::string("GetKeyValue ") + kDeviceSettings + " ssh_port 16 0"));
 }
 

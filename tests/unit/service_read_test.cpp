@@ -19,9 +19,11 @@ using testing::MatchesRegex;
 const std::string kNoRouterPort = "service_conf.cpp Cannot get router port of port [";
 
 class ServiceRead : public ServiceDevice {
+public:
+    ~ServiceRead() override { EXPECT_THAT(faults_.held, IsEmpty()) << "a list was not released"; }
+
 protected:
     ServiceRead() { faults_.router = {0, 0}; }
-    ~ServiceRead() override { EXPECT_THAT(faults_.held, IsEmpty()) << "a list was not released"; }
 
     /** The messages of level 7 of a read that fails, which are none below. */
     static std::vector<std::string> Refusal(const std::string& id) {
