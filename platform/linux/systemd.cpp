@@ -106,7 +106,7 @@ public:
     }
 
 private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+    sd_bus_error error_{};
 };
 
 bool HasUnitSuffix(std::string_view name) {
