@@ -19,7 +19,8 @@ enum class W3Code : int {
     kNotIncluded = 6,   ///< the server's configuration doesn't include the fragment, so it would never be served
     kReloadFailed = 7,  ///< the change is in place, but the server ended or couldn't be told
     kTimeout = 8,       ///< the change is in place, but the server didn't take it over in time
-    kInternal = 9,      ///< a fault of the platform itself, such as no memory; the change may or may not be in place
+    kInternal = 9,      ///< a fault of the platform itself, such as no memory, or a change that can't be taken back; it
+                        ///< may or may not be in place
 };
 
 /// A code and what belongs to it.
