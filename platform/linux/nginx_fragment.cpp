@@ -2,8 +2,10 @@
 #include "platform/linux/nginx_fragment.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <new>
 #include <set>
@@ -14,7 +16,12 @@ namespace ARDV::Platform {
 namespace {
 
 constexpr const char* kFolder = "/etc/ardv/nginx.d";
-constexpr const char* kLockedName = "nginx.d";
+constexpr const char* kRoot = "/etc";
+constexpr std::array<const char*, 2> kFolderParts = {"ardv", "nginx.d"};  // of kFolder below kRoot
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kPrivateFolderMode = 0700;
+constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 constexpr const char* kAside = ".old";
 constexpr const char* kNothingAside = ".none";
 constexpr const char* kPending = ".pending";
@@ -24,14 +31,49 @@ constexpr std::size_t kMaxNameBytes = 200;  // leaves room for the names of the 
 constexpr std::size_t kMaxTextBytes = 1024UL * 1024;
 constexpr std::string_view kNameCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_";
 
-Result<FileDescriptor> OpenFolder() {
-    FileDescriptor folder(open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder ? Result(std::move(folder)) : ErrnoError();
+/// File systems without folders to flush say EINVAL.
+Failure FlushFolder(int folder) {
+    return fsync(folder) != 0 && errno != EINVAL ? ErrnoError() : Failure{};
 }
 
-Result<FileDescriptor> LockFolder() {
-    Result<FileDescriptor> folder = OpenFolder();
-    return folder ? LockForWriting(FilePlace{std::move(*folder), kLockedName}) : folder.Reason();
+/// Makes a folder that all may read, whatever the caller's umask; nothing if there's one.
+Failure MakeFolder(const FilePlace& place) {
+    const int parent = place.folder.Get();
+    if (mkdirat(parent, place.name.c_str(), kPrivateFolderMode) != 0) {
+        return errno == EEXIST ? Failure{} : ErrnoError();
+    }
+    return fchmodat(parent, place.name.c_str(), kFolderMode, 0) != 0 ? ErrnoError() : FlushFolder(parent);
+}
+
+/// Opens a folder that only its owner may write to; it's made if it's missing.
+Result<FileDescriptor> OpenSafeFolder(const FilePlace& place) {
+    if (const Failure failure = MakeFolder(place)) {
+        return *failure;
+    }
+    FileDescriptor folder(openat(place.folder.Get(), place.name.c_str(), kFolderFlags));
+    struct stat status {};
+    if (!folder || fstat(folder.Get(), &status) != 0) {
+        return ErrnoError();
+    }
+    const bool isSafe = (status.st_mode & kWritableByOthers) == 0;
+    return isSafe ? Result(std::move(folder)) : MakeError(ARDV_ERR_UNSAFE_FILE);
+}
+
+/// The folder of fragments, and its name in the folder above.
+Result<FilePlace> OpenFolder() {
+    FilePlace place{FileDescriptor(open(kRoot, kFolderFlags)), {}};
+    if (!place.folder) {
+        return ErrnoError();
+    }
+    for (const char* name : kFolderParts) {
+        place.name = name;
+        Result<FileDescriptor> folder = OpenSafeFolder(place);
+        if (!folder) {
+            return folder.Reason();
+        }
+        place.folder = std::move(*folder);
+    }
+    return place;
 }
 
 std::string Beside(std::string_view name, std::string_view suffix) {
@@ -87,21 +129,16 @@ std::string NginxFragment::PathOf(std::string_view name) {
 }
 
 Failure NginxFragment::Open() {
-    std::error_code failed;
-    std::filesystem::create_directories(kFolder, failed);
-    if (failed) {
-        return ErrnoError(failed.value());
+    Result<FilePlace> folder = OpenFolder();
+    if (!folder) {
+        return folder.Reason();
     }
-    Result<FileDescriptor> lock = LockFolder();
+    Result<FileDescriptor> lock = LockForWriting(*folder);
     if (!lock) {
         return lock.Reason();
     }
     lock_ = std::move(*lock);
-    Result<FileDescriptor> folder = OpenFolder();
-    if (!folder) {
-        return folder.Reason();
-    }
-    place_.folder = std::move(*folder);
+    place_.folder = std::move(folder->folder);
     wasPending_ = IsPending();
     return RestoreAll();
 }
@@ -236,9 +273,8 @@ Failure NginxFragment::Delete(const std::string& name) const {
     return isGone ? Failure{} : ErrnoError();
 }
 
-/// File systems without folders to flush say EINVAL.
 Failure NginxFragment::FlushFolder() const {
-    return fsync(place_.folder.Get()) != 0 && errno != EINVAL ? ErrnoError() : Failure{};
+    return Platform::FlushFolder(place_.folder.Get());
 }
 
 // Not flushed: what it's about, the state of a running server, doesn't outlive a crash of the machine either.

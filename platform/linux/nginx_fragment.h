@@ -25,7 +25,8 @@ public:
     static std::string PathOf(std::string_view name);
 
     /// Waits for the right to change fragments; first of all. The folder is made if it's missing, and what was
-    /// left half changed, of any name, is as it was before.
+    /// left half changed, of any name, is as it was before. ARDV_ERR_UNSAFE_FILE where others may write to the folder or
+    /// to the one above.
     Failure Open();
 
     /// Whether it's there.

@@ -281,6 +281,33 @@ TEST_F(NginxRegistry, FailsWhereTheFolderCannotBeUsed) {
     EXPECT_EQ(ReadText(kFolder), "a file");
 }
 
+TEST_F(NginxRegistry, MakesItsFoldersForAllToReadWhateverTheUmask) {
+    for (const mode_t mask : {0U, 077U}) {
+        std::filesystem::remove_all("/etc/ardv");
+        WriteText(folder.File("source"), Answering("one"));
+        const mode_t before = umask(mask);
+        EXPECT_EQ(RegisterFile(folder.File("source")), W3Code::kSuccess);
+        umask(before);
+        EXPECT_EQ(ModeOf("/etc/ardv"), 0755U) << mask;
+        EXPECT_EQ(ModeOf(kFolder), 0755U) << mask;
+        EXPECT_EQ(ModeOf(PathOf("a.conf")), 0644U) << mask;
+    }
+}
+
+TEST_F(NginxRegistry, DoesNothingInAFolderThatOthersMayWriteTo) {
+    for (const char* open : {kFolder, "/etc/ardv"}) {
+        ASSERT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
+        for (const mode_t mode : {0775U, 0757U, 01777U}) {
+            ASSERT_EQ(chmod(open, mode), 0);
+            EXPECT_EQ(Register("a.conf", Answering("two")), W3Code::kFileSystem) << open;
+            EXPECT_EQ(Remove("a.conf"), W3Code::kFileSystem) << open;
+            EXPECT_EQ(ModeOf(open), mode) << "it's for the operator to close it";
+        }
+        ASSERT_EQ(chmod(open, 0755), 0);
+        EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
+    }
+}
+
 TEST_F(NginxRegistry, LeavesAFolderInThePlaceOfTheFragmentAlone) {
     WriteText(PathOf("a.conf") + "/file", "of somebody else");
     EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kFileSystem);

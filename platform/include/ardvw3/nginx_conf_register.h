@@ -27,8 +27,10 @@ namespace ardvw3 {
 ///
 ///     include /etc/ardv/nginx.d/*.conf;
 ///
-/// A fragment is the file NAME in that folder, mode 0644; the folder is made when it's missing. NAME is 6 to 200
-/// letters, digits, dots, hyphens and underscores, doesn't begin with a dot and ends in ".conf".
+/// A fragment is the file NAME in that folder, mode 0644. NAME is 6 to 200 letters, digits, dots, hyphens and
+/// underscores, doesn't begin with a dot and ends in ".conf". The folder and "/etc/ardv" are made where they are
+/// missing, mode 0755 whatever the umask; nothing is done in them (`kFileSystem`) where their group or others may write
+/// to one of them: what lies there is configuration of a server that starts as root.
 ///
 /// A change is made in these steps, under a lock (the file ".nginx.d.lock" in the folder) for which other processes and
 /// threads wait without a limit of time: the old file is kept aside as ".NAME.old", or the empty file ".NAME.none" says

@@ -13,7 +13,7 @@ enum class W3Code : int {
     kSuccess = 0,           ///< done, and in force if the server is running
     kInvalidArgument = 1,   ///< no action, or a name that can't be one of a fragment
     kSourceUnreadable = 2,  ///< the source is missing, too large, no regular file, a symbolic link or not trustworthy
-    kFileSystem = 3,        ///< the folder of fragments can't be read or written
+    kFileSystem = 3,        ///< the folder of fragments can't be read or written, or others may write to it
     kServerMissing = 4,     ///< the server's program isn't installed or can't be started
     kRefused = 5,  ///< the server refuses the configuration, or doesn't judge it in time; its words are in the message
     kNotIncluded = 6,   ///< the server's configuration doesn't include the fragment, so it would never be served
