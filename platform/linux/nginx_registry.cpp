@@ -106,8 +106,11 @@ private:
         if (const Failure failure = fragment.Keep()) {
             return GoBack(fragment, Failed(W3Code::kFileSystem, "what was there before isn't dropped", *failure));
         }
-        const std::optional<NginxMaster> master = NginxMaster::Find(configuration);
-        Outcome outcome = master ? master->Reload() : Outcome{W3Code::kSuccess, "nginx isn't running"};
+        const auto master = NginxMaster::Find(configuration);
+        if (!master) {
+            return Failed(W3Code::kReloadFailed, "it can't be told whether nginx is running", master.Reason());
+        }
+        Outcome outcome = *master ? (*master)->Reload() : Outcome{W3Code::kSuccess, "nginx isn't running"};
         if (outcome.IsSuccess()) {
             fragment.ClearPending();
         }

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # ardv_nginx_tests: the web server hooks and their generic-Linux platform, with a real nginx.
 ardv_add_test(ardv_nginx_tests
+  integration/nginx_registry_recovery_test.cpp
   integration/nginx_registry_test.cpp
   integration/web_server_test.cpp
   support/folder_faults.cpp

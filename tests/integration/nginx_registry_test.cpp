@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ardvw3/nginx_conf_register.h>
+#include "nginx_registry_fixture.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -15,92 +16,15 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/file_text.h"
-#include "support/folder_faults.h"
-#include "support/killed_at_call.h"
-#include "support/nginx_server.h"
-#include "support/scratch_folder.h"
-
-namespace ardvw3 {
-
-static void PrintTo(W3Code code, std::ostream* stream) {
-    *stream << "code " << static_cast<int>(code);
-}
-
-}  // namespace ardvw3
 
 namespace {
 
 using namespace ardv::test;
-using namespace ardvw3;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* kFolder = "/etc/ardv/nginx.d";
-constexpr const char* kLock = ".nginx.d.lock";
 constexpr const char* kServerBlock = "/etc/nginx/conf.d/ardv.conf";
-
-std::string PathOf(const std::string& name) {
-    return std::string(kFolder) + "/" + name;
-}
-
-/** A fragment by which "/PATH" is answered with a text. */
-std::string Answering(const std::string& text, const std::string& path = "a") {
-    return "location = /" + path + " { return 200 \"" + text + "\"; }\n";
-}
-
-std::set<std::string> Registered() {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
-        names.insert(entry.path().filename().string());
-    }
-    names.erase(kLock);
-    return names;
-}
-
-std::string Fetch(const std::string& target) {
-    const WebAnswer answer = NginxServer::Get(target);
-    return answer.status == 200 ? answer.body : std::to_string(answer.status);
-}
-
-class NginxRegistry : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!NginxServer::IsInstalled()) {
-            GTEST_SKIP() << "nginx isn't installed";
-        }
-    }
-
-    static W3Code Do(const std::shared_ptr<NginxConfRegAction>& action, std::string* message = nullptr,
-                     bool force = false) {
-        const auto result = NginxConfRegister().DoAction(action, force);
-        EXPECT_TRUE(result.GetValue()["message"].isString());
-        if (message) {
-            *message = result.GetValue()["message"].asString();
-        }
-        return result.GetCode();
-    }
-
-    W3Code Register(const std::string& name, const std::string& text, std::string* message = nullptr,
-                    bool force = false) const {
-        WriteText(folder.File("source"), text);
-        return Do(std::make_shared<NginxConfRegActionRegAndEnable>(folder.File("source"), name), message, force);
-    }
-
-    static W3Code RegisterFile(const std::string& path) {
-        return Do(std::make_shared<NginxConfRegActionRegAndEnable>(path, "a.conf"));
-    }
-
-    static W3Code Remove(const std::string& name, std::string* message = nullptr, bool force = false) {
-        return Do(std::make_shared<NginxConfRegActionDisableAndUnReg>(name), message, force);
-    }
-
-    ScratchFolder folder;
-    NginxServer nginx;
-};
 
 TEST_F(NginxRegistry, CopiesAFragmentAndPutsItInForce) {
     nginx.Start();
@@ -426,111 +350,33 @@ TEST_F(NginxRegistry, TellsThatNginxEndedBeforeItReloaded) {
     EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one")) << "it counts at the next start";
 }
 
-TEST_F(NginxRegistry, GoesBackBehindAChangeThatWasInterrupted) {
-    WriteText(PathOf("a.conf"), "nonsense;\n");
-    WriteText(PathOf(".a.conf.old"), Answering("one"));
-    EXPECT_EQ(Register("a.conf", "more nonsense;\n"), W3Code::kRefused);
-    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
-    EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-}
+constexpr const char* kPidFile = "/run/nginx.pid";
 
-TEST_F(NginxRegistry, GoesOnBehindAChangeThatHadHardlyBegun) {
-    WriteText(PathOf("a.conf"), Answering("one"));
-    std::filesystem::create_hard_link(PathOf("a.conf"), PathOf(".a.conf.old"));
-    EXPECT_EQ(Register("a.conf", "nonsense;\n"), W3Code::kRefused);
-    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
-    EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-}
-
-TEST_F(NginxRegistry, TakesAFirstFragmentOutWhoseRegistrationWasInterrupted) {
-    WriteText(PathOf("a.conf"), "nonsense;\n");
-    WriteText(PathOf(".a.conf.none"), "");
-    EXPECT_EQ(Register("a.conf", "more nonsense;\n"), W3Code::kRefused);
-    EXPECT_THAT(Registered(), testing::IsEmpty());
-}
-
-TEST_F(NginxRegistry, GoesBackBehindInterruptedChangesOfOtherNames) {
-    WriteText(PathOf("b.conf"), "nonsense;\n");
-    WriteText(PathOf(".b.conf.old"), Answering("two", "b"));
-    WriteText(PathOf("c.conf"), "nonsense;\n");
-    WriteText(PathOf(".c.conf.none"), "");
-    EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
-    EXPECT_THAT(Registered(), ElementsAre("a.conf", "b.conf"));
-    EXPECT_EQ(ReadText(PathOf("b.conf")), Answering("two", "b"));
-}
-
-TEST_F(NginxRegistry, LeavesFilesAloneThatOnlyLookLikeThoseOfAChange) {
-    for (const char* name : {"c.conf.none", ".c.none", ".conf.none", ".c.conf.none.txt", ".c.conf.older"}) {
-        WriteText(PathOf(name), "mine");
-    }
-    const std::set<std::string> before = Registered();
-    ASSERT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
-    ASSERT_EQ(Remove("a.conf"), W3Code::kSuccess);
-    EXPECT_EQ(Registered(), before);
-}
-
-TEST_F(NginxRegistry, GoesBackWhereverABrokenRegistrationIsInterrupted) {
-    WriteText(folder.File("broken"), "nonsense;\n");
-    const auto action = std::make_shared<NginxConfRegActionRegAndEnable>(folder.File("broken"), "broken.conf");
-    const auto registerBroken = [&action] { NginxConfRegister().DoAction(action, false); };
-    ASSERT_EQ(Register("a.conf", Answering("0")), W3Code::kSuccess);
-    int stop = 1;
-    for (Ending ending = Ending::kKilled; ending == Ending::kKilled; ++stop) {
-        ending = RunKilledAt(stop, registerBroken);
-        if (ending == Ending::kNotPermitted) {
-            GTEST_SKIP() << "this machine lets nobody trace a process";
-        }
-        ASSERT_EQ(Register("a.conf", Answering(std::to_string(stop))), W3Code::kSuccess) << stop;
-        ASSERT_FALSE(std::filesystem::exists(PathOf("broken.conf"))) << stop;
-        ASSERT_FALSE(std::filesystem::exists(PathOf(".broken.conf.none"))) << stop;
-    }
-    EXPECT_GT(stop, 50);
-}
-
-TEST_F(NginxRegistry, GoesBackWhereTheOldFragmentCannotBeDropped) {
-    nginx.Start();
-    ASSERT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
-    {
-        FolderFaults faults;
-        faults.undeletable = ".a.conf.old";
-        std::string message;
-        EXPECT_EQ(Register("a.conf", Answering("two"), &message), W3Code::kFileSystem);
-        EXPECT_THAT(message, HasSubstr("what was there before isn't dropped"));
-        EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-        faults.undeletable = ".b.conf.none";
-        EXPECT_EQ(Register("b.conf", Answering("two", "b")), W3Code::kInternal) << "nor can the way back be ended";
-        EXPECT_FALSE(std::filesystem::exists(PathOf("b.conf")));
-    }
-    EXPECT_EQ(Fetch("/a"), "one");
-    EXPECT_EQ(Register("b.conf", Answering("two", "b")), W3Code::kSuccess);
-    EXPECT_EQ(Fetch("/b"), "two");
-    EXPECT_THAT(Registered(), ElementsAre("a.conf", "b.conf"));
-}
-
-TEST_F(NginxRegistry, TellsThatAChangeCannotBeTakenBack) {
-    nginx.Start();
-    ASSERT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
-    {
-        FolderFaults faults;
-        faults.immovable = ".a.conf.old";
-        std::string message;
-        EXPECT_EQ(Register("a.conf", "nonsense;\n", &message), W3Code::kInternal);
-        EXPECT_THAT(message, AllOf(HasSubstr("nonsense"), HasSubstr("what was there isn't back")));
-    }
-    EXPECT_EQ(Register("b.conf", Answering("two", "b")), W3Code::kSuccess);
-    EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-    EXPECT_EQ(Fetch("/a") + Fetch("/b"), "onetwo");
-}
-
-TEST_F(NginxRegistry, SignalsNoOtherProcessByAStalePidFile) {
+TEST_F(NginxRegistry, TakesThePidFileOfAnotherProcessForOneOfThePast) {
     for (const std::string& text :
-         {std::to_string(getpid()) + "\n", std::string("1\n"), std::string("-1\n"), std::string("0\n"),
-          std::string("999999999999\n"), std::string("x\n"), std::string()}) {
-        WriteText("/run/nginx.pid", text);
+         {std::to_string(getpid()) + "\n", std::string("1\n"), std::to_string(INT_MAX), std::string()}) {
+        WriteText(kPidFile, text);
         std::string message;
         EXPECT_EQ(Register("a.conf", Answering("one"), &message, true), W3Code::kSuccess);
         EXPECT_EQ(message, "nginx isn't running") << text;
     }
+}
+
+TEST_F(NginxRegistry, SignalsNobodyAndReloadsLaterWhereThePidFileTellsNothing) {
+    for (const std::string& text : {std::string("-1\n"), std::string("0\n"), std::string("999999999999\n"),
+                                    std::string("x\n"), std::string("\n"), std::string(1000, '1')}) {
+        WriteText(kPidFile, text);
+        std::string message;
+        EXPECT_EQ(Register("a.conf", Answering("one"), &message, true), W3Code::kReloadFailed) << text;
+        EXPECT_THAT(message, HasSubstr("it can't be told whether nginx is running"));
+        EXPECT_THAT(Registered(), ElementsAre(".a.conf.pending", "a.conf")) << text;
+    }
+    std::filesystem::remove(kPidFile);
+    nginx.Start();
+    const std::set<pid_t> workers = nginx.Workers();
+    EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
+    EXPECT_NE(nginx.Workers(), workers) << "it is made up for";
+    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
 }
 
 struct Place {
