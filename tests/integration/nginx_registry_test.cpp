@@ -201,7 +201,9 @@ TEST_F(NginxRegistry, FailsWhereTheServerDoesNotIncludeTheFragment) {
 
 TEST_F(NginxRegistry, FailsWhereTheFolderCannotBeUsed) {
     WriteText(kFolder, "a file");
-    EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kFileSystem);
+    std::string message;
+    EXPECT_EQ(Register("a.conf", Answering("one"), &message), W3Code::kFileSystem);
+    EXPECT_THAT(message, testing::MatchesRegex(R"(fragments can't be changed: \[0x0400 nginx_fragment\.cpp:[0-9]+\])"));
     EXPECT_EQ(ReadText(kFolder), "a file");
 }
 
