@@ -33,6 +33,11 @@ bool ProbeFileExists() {
 
 class Probe : public testing::Test {
 protected:
+    ~Probe() override {
+        std::filesystem::remove_all(kProbeFile);
+        std::filesystem::remove_all(TemporaryOf(kProbeFile));
+    }
+
     WebServerFaults server;
 };
 
@@ -178,6 +183,7 @@ TEST_F(Probe, CannotBeRemovedWhereThePlatformFails) {
 class RelayName : public testing::Test {
 protected:
     RelayName() { WriteText(kWebSettings, "http_port=\"5000\"\n"); }
+    ~RelayName() override { std::filesystem::remove_all(kWebSettings); }
 
     WebServerFaults server;
 };
