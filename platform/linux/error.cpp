@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace ARDV::Platform {
 
@@ -32,11 +31,6 @@ constexpr std::array<ErrnoCode, 13> kErrnoCodes = {{
     {EINVAL, ARDV_ERR_INVALID_ARGUMENT},
 }};
 
-const char* BaseName(const char* path) {
-    const char* slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
-}
-
 }  // namespace
 
 Error MakeError(int code, SourcePlace where) {
@@ -50,7 +44,7 @@ Error ErrnoError(int errnoValue, SourcePlace where) {
 }
 
 int Fail(const Error& error) {
-    lastError = {error.code, {BaseName(error.where.file), error.where.line}};
+    lastError = error;
     return -1;
 }
 

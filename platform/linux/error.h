@@ -12,14 +12,23 @@
 
 namespace ARDV::Platform {
 
-/// A place in the sources. As a default argument, `Here()` is the place of the call. (The standard's own type of this
+/// A place in the sources; the file without its folders, which are those of the build. As a default argument, `Here()` is the place of the call. (The standard's own type of this
 /// kind isn't offered by every compiler that builds the fuzz targets.)
 struct SourcePlace {
     const char* file = "";
     int line = 0;
 
     static constexpr SourcePlace Here(const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
-        return {file, line};
+        return {BaseName(file), line};
+    }
+
+private:
+    static constexpr const char* BaseName(const char* path) {
+        const char* name = path;
+        for (const char* at = path; *at != '\0'; ++at) {
+            name = *at == '/' ? at + 1 : name;
+        }
+        return name;
     }
 };
 

@@ -2,10 +2,13 @@
 #include "platform/linux/nginx_fragment.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <new>
+#include <set>
 #include <utility>
 
 namespace ARDV::Platform {
@@ -13,8 +16,14 @@ namespace ARDV::Platform {
 namespace {
 
 constexpr const char* kFolder = "/etc/ardv/nginx.d";
-constexpr const char* kLockedName = "nginx.d";
+constexpr const char* kRoot = "/etc";
+constexpr std::array<const char*, 2> kFolderParts = {"ardv", "nginx.d"};  // of kFolder below kRoot
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kPrivateFolderMode = 0700;
+constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 constexpr const char* kAside = ".old";
+constexpr const char* kNothingAside = ".none";
 constexpr const char* kPending = ".pending";
 constexpr mode_t kPrivateMode = 0600;
 constexpr std::string_view kEnding = ".conf";
@@ -22,14 +31,78 @@ constexpr std::size_t kMaxNameBytes = 200;  // leaves room for the names of the 
 constexpr std::size_t kMaxTextBytes = 1024UL * 1024;
 constexpr std::string_view kNameCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_";
 
-Result<FileDescriptor> OpenFolder() {
-    FileDescriptor folder(open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder ? Result(std::move(folder)) : ErrnoError();
+/// File systems without folders to flush say EINVAL.
+Failure FlushFolder(int folder) {
+    return fsync(folder) != 0 && errno != EINVAL ? ErrnoError() : Failure{};
 }
 
-Result<FileDescriptor> LockFolder() {
-    Result<FileDescriptor> folder = OpenFolder();
-    return folder ? LockForWriting(FilePlace{std::move(*folder), kLockedName}) : folder.Reason();
+/// Makes a folder that all may read, whatever the caller's umask; nothing if there's one.
+Failure MakeFolder(const FilePlace& place) {
+    const int parent = place.folder.Get();
+    if (mkdirat(parent, place.name.c_str(), kPrivateFolderMode) != 0) {
+        return errno == EEXIST ? Failure{} : ErrnoError();
+    }
+    return fchmodat(parent, place.name.c_str(), kFolderMode, 0) != 0 ? ErrnoError() : FlushFolder(parent);
+}
+
+/// Opens a folder that only its owner may write to; it's made if it's missing.
+Result<FileDescriptor> OpenSafeFolder(const FilePlace& place) {
+    if (const Failure failure = MakeFolder(place)) {
+        return *failure;
+    }
+    FileDescriptor folder(openat(place.folder.Get(), place.name.c_str(), kFolderFlags));
+    struct stat status {};
+    if (!folder || fstat(folder.Get(), &status) != 0) {
+        return ErrnoError();
+    }
+    const bool isSafe = (status.st_mode & kWritableByOthers) == 0;
+    return isSafe ? Result(std::move(folder)) : MakeError(ARDV_ERR_UNSAFE_FILE);
+}
+
+/// The folder of fragments, and its name in the folder above.
+Result<FilePlace> OpenFolder() {
+    FilePlace place{FileDescriptor(open(kRoot, kFolderFlags)), {}};
+    if (!place.folder) {
+        return ErrnoError();
+    }
+    for (const char* name : kFolderParts) {
+        place.name = name;
+        Result<FileDescriptor> folder = OpenSafeFolder(place);
+        if (!folder) {
+            return folder.Reason();
+        }
+        place.folder = std::move(*folder);
+    }
+    return place;
+}
+
+std::string Beside(std::string_view name, std::string_view suffix) {
+    return "." + std::string(name) + std::string(suffix);
+}
+
+/// The name of the fragment that a file was put beside; empty for any other file.
+std::string_view NameBeside(std::string_view file, std::string_view suffix) {
+    if (!file.starts_with('.') || !file.ends_with(suffix)) {
+        return {};
+    }
+    const std::string_view name = file.substr(1, file.size() - 1 - suffix.size());
+    return NginxFragment::IsName(name) ? name : std::string_view();
+}
+
+/// The fragments whose change is neither kept nor undone.
+Result<std::set<std::string>> ChangedNames() {
+    std::set<std::string> names;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator entry(kFolder, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+        const std::string file = entry->path().filename();
+        for (const char* suffix : {kAside, kNothingAside}) {
+            if (const std::string_view name = NameBeside(file, suffix); !name.empty()) {
+                names.emplace(name);
+            }
+        }
+    }
+    return failure ? ErrnoError(failure.value()) : Result<std::set<std::string>>(std::move(names));
 }
 
 }  // namespace
@@ -56,23 +129,18 @@ std::string NginxFragment::PathOf(std::string_view name) {
 }
 
 Failure NginxFragment::Open() {
-    std::error_code failed;
-    std::filesystem::create_directories(kFolder, failed);
-    if (failed) {
-        return ErrnoError(failed.value());
+    Result<FilePlace> folder = OpenFolder();
+    if (!folder) {
+        return folder.Reason();
     }
-    Result<FileDescriptor> lock = LockFolder();
+    Result<FileDescriptor> lock = LockForWriting(*folder);
     if (!lock) {
         return lock.Reason();
     }
     lock_ = std::move(*lock);
-    Result<FileDescriptor> folder = OpenFolder();
-    if (!folder) {
-        return folder.Reason();
-    }
-    place_.folder = std::move(*folder);
+    place_.folder = std::move(folder->folder);
     wasPending_ = IsPending();
-    return Exists(Beside(kAside)) ? Restore() : Failure{};
+    return RestoreAll();
 }
 
 bool NginxFragment::IsThere() const {
@@ -85,18 +153,20 @@ bool NginxFragment::Is(std::string_view text) const {
 }
 
 Failure NginxFragment::Put(std::string_view text) {
-    const int folder = place_.folder.Get();
-    if (IsThere() && linkat(folder, place_.name.c_str(), folder, Beside(kAside).c_str(), 0) != 0) {
-        return ErrnoError();
+    if (const Failure failure = IsThere() ? LinkAside() : NoteNothing()) {
+        return failure;
     }
     isChanged_ = true;
     SetPending();
+    if (const Failure failure = FlushFolder()) {
+        return failure;
+    }
     return ReplaceFile(place_, text, FileAttributes{});
 }
 
 Failure NginxFragment::Remove() {
     const int folder = place_.folder.Get();
-    if (renameat(folder, place_.name.c_str(), folder, Beside(kAside).c_str()) != 0) {
+    if (renameat(folder, place_.name.c_str(), folder, Beside(place_.name, kAside).c_str()) != 0) {
         return ErrnoError();
     }
     isChanged_ = true;
@@ -108,54 +178,109 @@ Failure NginxFragment::Undo() {
     if (!std::exchange(isChanged_, false)) {
         return {};
     }
+    if (const Failure failure = Restore(place_.name)) {
+        return failure;
+    }
     if (!wasPending_) {
         ClearPending();
     }
-    return Exists(Beside(kAside)) ? Restore() : Delete(place_.name);
+    return {};
 }
 
 Failure NginxFragment::Keep() {
+    for (const char* suffix : {kAside, kNothingAside}) {
+        if (const Failure failure = Delete(Beside(place_.name, suffix))) {
+            return failure;
+        }
+    }
+    if (const Failure failure = FlushFolder()) {
+        return failure;
+    }
     isChanged_ = false;
-    return Delete(Beside(kAside));
+    return {};
 }
 
 bool NginxFragment::IsPending() const {
-    return Exists(Beside(kPending));
+    return Exists(Beside(place_.name, kPending));
 }
 
 void NginxFragment::ClearPending() const {
-    unlinkat(place_.folder.Get(), Beside(kPending).c_str(), 0);
-}
-
-std::string NginxFragment::Beside(const char* suffix) const {
-    return "." + place_.name + suffix;
+    unlinkat(place_.folder.Get(), Beside(place_.name, kPending).c_str(), 0);
 }
 
 bool NginxFragment::Exists(const std::string& name) const {
     return faccessat(place_.folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// A rename does nothing where both names are links to one file, as they are until the new file takes its place.
-Failure NginxFragment::Restore() const {
+Failure NginxFragment::LinkAside() const {
     const int folder = place_.folder.Get();
-    const std::string aside = Beside(kAside);
-    return renameat(folder, aside.c_str(), folder, place_.name.c_str()) != 0 ? ErrnoError() : Delete(aside);
+    const std::string aside = Beside(place_.name, kAside);
+    return linkat(folder, place_.name.c_str(), folder, aside.c_str(), 0) != 0 ? ErrnoError() : Failure{};
+}
+
+Failure NginxFragment::NoteNothing() const {
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    const FileDescriptor note(
+        openat(place_.folder.Get(), Beside(place_.name, kNothingAside).c_str(), flags, kPrivateMode));
+    return note ? Failure{} : ErrnoError();
+}
+
+Failure NginxFragment::RestoreAll() const {
+    const Result<std::set<std::string>> names = ChangedNames();
+    if (!names) {
+        return names.Reason();
+    }
+    for (const std::string& name : *names) {
+        if (const Failure failure = Restore(name)) {
+            return failure;
+        }
+    }
+    return {};
+}
+
+// What tells the way back goes last, and after the flush of what it led to: a crash in between finds it again.
+Failure NginxFragment::Restore(const std::string& name) const {
+    const std::string aside = Beside(name, kAside);
+    const std::string nothing = Beside(name, kNothingAside);
+    if (Exists(aside)) {
+        return BringBack(aside, name);
+    }
+    if (!Exists(nothing)) {
+        return MakeError(ARDV_ERR_NOT_FOUND);
+    }
+    if (const Failure failure = Delete(name)) {
+        return failure;
+    }
+    if (const Failure failure = FlushFolder()) {
+        return failure;
+    }
+    const Failure failure = Delete(nothing);
+    return failure ? failure : FlushFolder();
+}
+
+// A rename does nothing where both names are links to one file, as they are until the new file takes its place.
+Failure NginxFragment::BringBack(const std::string& aside, const std::string& name) const {
+    const int folder = place_.folder.Get();
+    if (renameat(folder, aside.c_str(), folder, name.c_str()) != 0) {
+        return ErrnoError();
+    }
+    const Failure failure = Delete(aside);
+    return failure ? failure : FlushFolder();
 }
 
 Failure NginxFragment::Delete(const std::string& name) const {
     const bool isGone = unlinkat(place_.folder.Get(), name.c_str(), 0) == 0 || errno == ENOENT;
-    return isGone ? FlushFolder() : ErrnoError();
+    return isGone ? Failure{} : ErrnoError();
 }
 
-/// File systems without folders to flush say EINVAL.
 Failure NginxFragment::FlushFolder() const {
-    return fsync(place_.folder.Get()) != 0 && errno != EINVAL ? ErrnoError() : Failure{};
+    return Platform::FlushFolder(place_.folder.Get());
 }
 
 // Not flushed: what it's about, the state of a running server, doesn't outlive a crash of the machine either.
 void NginxFragment::SetPending() const {
     const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    const FileDescriptor file(openat(place_.folder.Get(), Beside(kPending).c_str(), flags, kPrivateMode));
+    const FileDescriptor file(openat(place_.folder.Get(), Beside(place_.name, kPending).c_str(), flags, kPrivateMode));
 }
 
 }  // namespace ARDV::Platform

@@ -10,7 +10,7 @@ namespace ARDV::Platform {
 
 /// A fragment of nginx's configuration that is being changed: its file, and the way back. While one of these is open, no
 /// other process or thread changes a fragment. A change that is neither kept nor undone when this object goes is undone;
-/// one that its process left behind when it died, when the same name is opened next.
+/// one that its process left behind when it died, when any fragment is opened next.
 class NginxFragment {
 public:
     explicit NginxFragment(std::string name);
@@ -24,7 +24,9 @@ public:
     /// The path of the fragment's file.
     static std::string PathOf(std::string_view name);
 
-    /// Waits for the right to change fragments; first of all. The folder is made if it's missing.
+    /// Waits for the right to change fragments; first of all. The folder is made if it's missing, and what was
+    /// left half changed, of any name, is as it was before. ARDV_ERR_UNSAFE_FILE where others may write to the folder or
+    /// to the one above.
     Failure Open();
 
     /// Whether it's there.
@@ -33,12 +35,13 @@ public:
     /// Whether it's there with exactly this text.
     bool Is(std::string_view text) const;
 
-    /// Puts a text in its place, or removes what is there, which is kept aside until one of the next two. Either makes it
-    /// pending.
+    /// Puts a text in its place, or removes what is there. What was there, or that there was nothing, is kept aside until
+    /// one of the next two. Either makes it pending.
     Failure Put(std::string_view text);
     Failure Remove();
 
-    /// Ends the change: all is as it was, or what was there is dropped.
+    /// Ends the change: all is as it was, or what was there is dropped. Where `Keep` fails the change isn't ended. Where
+    /// `Undo` fails the change is in place, and pending.
     Failure Undo();
     Failure Keep();
 
@@ -47,9 +50,12 @@ public:
     void ClearPending() const;
 
 private:
-    std::string Beside(const char* suffix) const;
     bool Exists(const std::string& name) const;
-    Failure Restore() const;
+    Failure LinkAside() const;
+    Failure NoteNothing() const;
+    Failure RestoreAll() const;
+    Failure Restore(const std::string& name) const;
+    Failure BringBack(const std::string& aside, const std::string& name) const;
     Failure Delete(const std::string& name) const;
     Failure FlushFolder() const;
     void SetPending() const;

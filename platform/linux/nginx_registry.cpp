@@ -99,15 +99,18 @@ private:
 
     static Outcome GoBack(NginxFragment& fragment, const Outcome& reason) {
         const Failure failure = fragment.Undo();
-        return failure ? Failed(W3Code::kFileSystem, reason.message + "; what was there isn't back", *failure) : reason;
+        return failure ? Failed(W3Code::kInternal, reason.message + "; what was there isn't back", *failure) : reason;
     }
 
     static Outcome PutInForce(NginxFragment& fragment, const NginxConfiguration& configuration) {
         if (const Failure failure = fragment.Keep()) {
-            return Failed(W3Code::kFileSystem, "what was there before isn't dropped", *failure);
+            return GoBack(fragment, Failed(W3Code::kFileSystem, "what was there before isn't dropped", *failure));
         }
-        const std::optional<NginxMaster> master = NginxMaster::Find(configuration);
-        Outcome outcome = master ? master->Reload() : Outcome{W3Code::kSuccess, "nginx isn't running"};
+        const auto master = NginxMaster::Find(configuration);
+        if (!master) {
+            return Failed(W3Code::kReloadFailed, "it can't be told whether nginx is running", master.Reason());
+        }
+        Outcome outcome = *master ? (*master)->Reload() : Outcome{W3Code::kSuccess, "nginx isn't running"};
         if (outcome.IsSuccess()) {
             fragment.ClearPending();
         }

@@ -137,22 +137,41 @@ std::string BuildOption(std::string_view build, std::string_view option, std::st
     return std::string(value.substr(0, value.find_first_of(" \n")));
 }
 
-std::string PidFileOf(const NginxConfiguration& configuration) {
+Result<std::string> PidFileOf(const NginxConfiguration& configuration) {
     std::string file = FindMainDirective(configuration.text, "pid").value_or("");
     if (file.starts_with('/')) {
         return file;
     }
+    if (file.empty() && !configuration.isWhole) {
+        return MakeError(ARDV_ERR_TOO_LARGE);
+    }
     const Result<ProgramOutcome> build = RunProgram({kProgram, "-V"}, kTestLimits);
-    const std::string options = build ? " " + build->errors : std::string();
+    if (!build) {
+        return build.Reason();
+    }
+    const std::string options = " " + build->errors;
     if (file.empty()) {
         file = BuildOption(options, " --pid-path=", kDefaultPidFile);
     }
     const std::string prefix = BuildOption(options, " --prefix=", kDefaultPrefix);
-    return std::filesystem::path(prefix) / file;
+    return (std::filesystem::path(prefix) / file).string();
+}
+
+/// What is in a pid file; empty without one, just as nginx leaves it when it tests its configuration while none runs.
+Result<std::string> PidText(const std::string& file) {
+    Result<FileContents> contents = ReadFile(file, kMaxPidFileBytes);
+    if (!contents) {
+        return contents.Reason().code == ARDV_ERR_NOT_FOUND ? Result(std::string()) : contents.Reason();
+    }
+    return std::move(contents->text);
+}
+
+std::string ProcFile(pid_t process, const char* file) {
+    return "/proc/" + std::to_string(process) + "/" + file;
 }
 
 std::string ProcText(pid_t process, const char* file) {
-    Result<FileContents> contents = ReadFile("/proc/" + std::to_string(process) + "/" + file, kMaxProcFileBytes);
+    Result<FileContents> contents = ReadFile(ProcFile(process, file), kMaxProcFileBytes);
     return contents ? std::move(contents->text) : std::string();
 }
 
@@ -160,11 +179,6 @@ std::optional<pid_t> Number(std::string_view text) {
     pid_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end != text.data() && number > 0 ? std::optional(number) : std::nullopt;
-}
-
-std::optional<pid_t> NumberInFile(const std::string& file) {
-    const Result<FileContents> contents = ReadFile(file, kMaxPidFileBytes);
-    return contents ? Number(contents->text) : std::nullopt;
 }
 
 std::optional<pid_t> ParentOf(pid_t process) {
@@ -208,6 +222,15 @@ bool EndsWithin(const FileDescriptor& process, int milliseconds) {
     return poll(&entry, 1, milliseconds) > 0;
 }
 
+/// Whether a process is nginx's master; not where it has ended.
+Result<bool> IsMaster(pid_t process, const FileDescriptor& handle) {
+    const Result<FileContents> title = ReadFile(ProcFile(process, "cmdline"), kMaxProcFileBytes);
+    if (!title) {
+        return EndsWithin(handle, 0) ? Result(false) : title.Reason();
+    }
+    return title->text.starts_with(kMasterTitle);
+}
+
 }  // namespace
 
 bool NginxConfiguration::Includes(std::string_view file) const {
@@ -245,16 +268,31 @@ std::optional<std::string> FindMainDirective(std::string_view configuration, std
     return {};
 }
 
-std::optional<NginxMaster> NginxMaster::Find(const NginxConfiguration& configuration) {
-    const std::optional<pid_t> process = NumberInFile(PidFileOf(configuration));
+Result<std::optional<NginxMaster>> NginxMaster::Find(const NginxConfiguration& configuration) {
+    const Result<std::string> pidFile = PidFileOf(configuration);
+    if (!pidFile) {
+        return pidFile.Reason();
+    }
+    const Result<std::string> text = PidText(*pidFile);
+    if (!text) {
+        return text.Reason();
+    }
+    if (text->empty()) {
+        return std::optional<NginxMaster>();
+    }
+    const std::optional<pid_t> process = Number(*text);
     if (!process) {
-        return {};
+        return MakeError(ARDV_ERR_BAD_VALUE);
     }
     FileDescriptor handle = OpenProcess(*process);  // held before the look, so that the number can't change hands after
-    if (!handle || !ProcText(*process, "cmdline").starts_with(kMasterTitle)) {
-        return {};
+    if (!handle) {
+        return errno == ESRCH ? Result(std::optional<NginxMaster>()) : ErrnoError();
     }
-    return NginxMaster(*process, std::move(handle));
+    const Result<bool> isMaster = IsMaster(*process, handle);
+    if (!isMaster) {
+        return isMaster.Reason();
+    }
+    return *isMaster ? std::optional(NginxMaster(*process, std::move(handle))) : std::nullopt;
 }
 
 Outcome NginxMaster::Reload() const {

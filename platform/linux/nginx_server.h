@@ -40,8 +40,8 @@ std::optional<std::string> FindMainDirective(std::string_view configuration, std
 /// A running nginx.
 class NginxMaster {
 public:
-    /// The one that runs with a configuration; nothing if none does.
-    static std::optional<NginxMaster> Find(const NginxConfiguration& configuration);
+    /// The one that runs with a configuration; nothing if none does. An error where that can't be told.
+    static Result<std::optional<NginxMaster>> Find(const NginxConfiguration& configuration);
 
     /// Has it take over the configuration on the disk, which has passed the test, and waits until no worker accepts
     /// connections with the old one.

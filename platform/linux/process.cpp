@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kPipeBytes = 65536;
+constexpr std::size_t kBlockBytes = 65536;
 
 /// One stream of a child: the end that is read here, and what came through it.
 class Stream {
@@ -41,17 +41,27 @@ public:
     int Writer() const { return writer_.Get(); }
     void CloseWriter() { writer_ = FileDescriptor(); }
 
-    /// Takes what is there now: all that a pipe holds, but no more, however fast it's filled.
-    void Read() {
+    /// Takes some of what is there now. Returns its size; 0 where nothing is.
+    std::size_t Read() {
         if (!reader_) {
-            return;
+            return 0;
         }
-        std::string block(kPipeBytes, '\0');
+        std::string block(kBlockBytes, '\0');
         const ssize_t count = read(reader_.Get(), block.data(), block.size());
-        if (count > 0) {
-            Keep(std::string_view(block).substr(0, static_cast<std::size_t>(count)));
-        } else if (count == 0) {
+        if (count == 0) {
             reader_ = FileDescriptor();
+        }
+        block.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        Keep(block);
+        return block.size();
+    }
+
+    /// Takes all that the pipe can hold, which is all that was written before, but no more, however fast it's filled.
+    void Drain() {
+        const int capacity = reader_ ? fcntl(reader_.Get(), F_GETPIPE_SZ) : 0;
+        std::size_t left = static_cast<std::size_t>(std::max(capacity, 0));
+        for (std::size_t count = 1; left > 0 && count > 0; left -= std::min(left, count)) {
+            count = Read();
         }
     }
 
@@ -127,27 +137,27 @@ public:
     explicit Child(pid_t process) : process_(process), handle_(OpenProcess(process)) {}
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
+    /// By its handle alone: where somebody else reaps this process's children, the number may be a stranger's by now.
     ~Child() {
-        if (process_ > 0) {
-            kill(process_, SIGKILL);
+        if (process_ > 0 && handle_ && syscall(SYS_pidfd_send_signal, handle_.Get(), SIGKILL, nullptr, 0) == 0) {
             Reap();
+        } else if (process_ > 0) {
+            waitpid(process_, nullptr, WNOHANG);
         }
     }
 
     const FileDescriptor& Handle() const { return handle_; }
 
-    /// The exit code of the child, which has ended.
+    /// The exit code of the child, which has ended or will at once.
     Result<int> Reap() {
-        int status = 0;
-        pid_t reaped = 0;
-        do {
-            reaped = waitpid(process_, &status, 0);
-        } while (reaped < 0 && errno == EINTR);
         process_ = -1;
-        if (reaped < 0) {
-            return ErrnoError();
+        siginfo_t info = {};
+        while (waitid(P_PIDFD, static_cast<id_t>(handle_.Get()), &info, WEXITED) != 0) {
+            if (errno != EINTR) {
+                return ErrnoError();
+            }
         }
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return info.si_code == CLD_EXITED ? info.si_status : -1;
     }
 
 private:
@@ -172,6 +182,8 @@ bool ReadUntilEnd(const Child& child, Stream& output, Stream& errors, Clock::tim
         output.Read();
         errors.Read();
     } while (entries.front().revents == 0);
+    output.Drain();
+    errors.Drain();
     return true;
 }
 

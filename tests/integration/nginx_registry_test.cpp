@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ardvw3/nginx_conf_register.h>
+#include "nginx_registry_fixture.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -15,90 +16,15 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/file_text.h"
-#include "support/nginx_server.h"
-#include "support/scratch_folder.h"
-
-namespace ardvw3 {
-
-static void PrintTo(W3Code code, std::ostream* stream) {
-    *stream << "code " << static_cast<int>(code);
-}
-
-}  // namespace ardvw3
 
 namespace {
 
 using namespace ardv::test;
-using namespace ardvw3;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* kFolder = "/etc/ardv/nginx.d";
-constexpr const char* kLock = ".nginx.d.lock";
 constexpr const char* kServerBlock = "/etc/nginx/conf.d/ardv.conf";
-
-std::string PathOf(const std::string& name) {
-    return std::string(kFolder) + "/" + name;
-}
-
-/** A fragment by which "/PATH" is answered with a text. */
-std::string Answering(const std::string& text, const std::string& path = "a") {
-    return "location = /" + path + " { return 200 \"" + text + "\"; }\n";
-}
-
-std::set<std::string> Registered() {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
-        names.insert(entry.path().filename().string());
-    }
-    names.erase(kLock);
-    return names;
-}
-
-std::string Fetch(const std::string& target) {
-    const WebAnswer answer = NginxServer::Get(target);
-    return answer.status == 200 ? answer.body : std::to_string(answer.status);
-}
-
-class NginxRegistry : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!NginxServer::IsInstalled()) {
-            GTEST_SKIP() << "nginx isn't installed";
-        }
-    }
-
-    static W3Code Do(const std::shared_ptr<NginxConfRegAction>& action, std::string* message = nullptr,
-                     bool force = false) {
-        const auto result = NginxConfRegister().DoAction(action, force);
-        EXPECT_TRUE(result.GetValue()["message"].isString());
-        if (message) {
-            *message = result.GetValue()["message"].asString();
-        }
-        return result.GetCode();
-    }
-
-    W3Code Register(const std::string& name, const std::string& text, std::string* message = nullptr,
-                    bool force = false) const {
-        WriteText(folder.File("source"), text);
-        return Do(std::make_shared<NginxConfRegActionRegAndEnable>(folder.File("source"), name), message, force);
-    }
-
-    static W3Code RegisterFile(const std::string& path) {
-        return Do(std::make_shared<NginxConfRegActionRegAndEnable>(path, "a.conf"));
-    }
-
-    static W3Code Remove(const std::string& name, std::string* message = nullptr, bool force = false) {
-        return Do(std::make_shared<NginxConfRegActionDisableAndUnReg>(name), message, force);
-    }
-
-    ScratchFolder folder;
-    NginxServer nginx;
-};
 
 TEST_F(NginxRegistry, CopiesAFragmentAndPutsItInForce) {
     nginx.Start();
@@ -275,8 +201,37 @@ TEST_F(NginxRegistry, FailsWhereTheServerDoesNotIncludeTheFragment) {
 
 TEST_F(NginxRegistry, FailsWhereTheFolderCannotBeUsed) {
     WriteText(kFolder, "a file");
-    EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kFileSystem);
+    std::string message;
+    EXPECT_EQ(Register("a.conf", Answering("one"), &message), W3Code::kFileSystem);
+    EXPECT_THAT(message, testing::MatchesRegex(R"(fragments can't be changed: \[0x0400 nginx_fragment\.cpp:[0-9]+\])"));
     EXPECT_EQ(ReadText(kFolder), "a file");
+}
+
+TEST_F(NginxRegistry, MakesItsFoldersForAllToReadWhateverTheUmask) {
+    for (const mode_t mask : {0U, 077U}) {
+        std::filesystem::remove_all("/etc/ardv");
+        WriteText(folder.File("source"), Answering("one"));
+        const mode_t before = umask(mask);
+        EXPECT_EQ(RegisterFile(folder.File("source")), W3Code::kSuccess);
+        umask(before);
+        EXPECT_EQ(ModeOf("/etc/ardv"), 0755U) << mask;
+        EXPECT_EQ(ModeOf(kFolder), 0755U) << mask;
+        EXPECT_EQ(ModeOf(PathOf("a.conf")), 0644U) << mask;
+    }
+}
+
+TEST_F(NginxRegistry, DoesNothingInAFolderThatOthersMayWriteTo) {
+    for (const char* open : {kFolder, "/etc/ardv"}) {
+        ASSERT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
+        for (const mode_t mode : {0775U, 0757U, 01777U}) {
+            ASSERT_EQ(chmod(open, mode), 0);
+            EXPECT_EQ(Register("a.conf", Answering("two")), W3Code::kFileSystem) << open;
+            EXPECT_EQ(Remove("a.conf"), W3Code::kFileSystem) << open;
+            EXPECT_EQ(ModeOf(open), mode) << "it's for the operator to close it";
+        }
+        ASSERT_EQ(chmod(open, 0755), 0);
+        EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
+    }
 }
 
 TEST_F(NginxRegistry, LeavesAFolderInThePlaceOfTheFragmentAlone) {
@@ -397,31 +352,33 @@ TEST_F(NginxRegistry, TellsThatNginxEndedBeforeItReloaded) {
     EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one")) << "it counts at the next start";
 }
 
-TEST_F(NginxRegistry, GoesBackBehindAChangeThatWasInterrupted) {
-    WriteText(PathOf("a.conf"), "nonsense;\n");
-    WriteText(PathOf(".a.conf.old"), Answering("one"));
-    EXPECT_EQ(Register("a.conf", "more nonsense;\n"), W3Code::kRefused);
-    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
-    EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-}
+constexpr const char* kPidFile = "/run/nginx.pid";
 
-TEST_F(NginxRegistry, GoesOnBehindAChangeThatHadHardlyBegun) {
-    WriteText(PathOf("a.conf"), Answering("one"));
-    std::filesystem::create_hard_link(PathOf("a.conf"), PathOf(".a.conf.old"));
-    EXPECT_EQ(Register("a.conf", "nonsense;\n"), W3Code::kRefused);
-    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
-    EXPECT_EQ(ReadText(PathOf("a.conf")), Answering("one"));
-}
-
-TEST_F(NginxRegistry, SignalsNoOtherProcessByAStalePidFile) {
+TEST_F(NginxRegistry, TakesThePidFileOfAnotherProcessForOneOfThePast) {
     for (const std::string& text :
-         {std::to_string(getpid()) + "\n", std::string("1\n"), std::string("-1\n"), std::string("0\n"),
-          std::string("999999999999\n"), std::string("x\n"), std::string()}) {
-        WriteText("/run/nginx.pid", text);
+         {std::to_string(getpid()) + "\n", std::string("1\n"), std::to_string(INT_MAX), std::string()}) {
+        WriteText(kPidFile, text);
         std::string message;
         EXPECT_EQ(Register("a.conf", Answering("one"), &message, true), W3Code::kSuccess);
         EXPECT_EQ(message, "nginx isn't running") << text;
     }
+}
+
+TEST_F(NginxRegistry, SignalsNobodyAndReloadsLaterWhereThePidFileTellsNothing) {
+    for (const std::string& text : {std::string("-1\n"), std::string("0\n"), std::string("999999999999\n"),
+                                    std::string("x\n"), std::string("\n"), std::string(1000, '1')}) {
+        WriteText(kPidFile, text);
+        std::string message;
+        EXPECT_EQ(Register("a.conf", Answering("one"), &message, true), W3Code::kReloadFailed) << text;
+        EXPECT_THAT(message, HasSubstr("it can't be told whether nginx is running"));
+        EXPECT_THAT(Registered(), ElementsAre(".a.conf.pending", "a.conf")) << text;
+    }
+    std::filesystem::remove(kPidFile);
+    nginx.Start();
+    const std::set<pid_t> workers = nginx.Workers();
+    EXPECT_EQ(Register("a.conf", Answering("one")), W3Code::kSuccess);
+    EXPECT_NE(nginx.Workers(), workers) << "it is made up for";
+    EXPECT_THAT(Registered(), ElementsAre("a.conf"));
 }
 
 struct Place {

@@ -33,7 +33,10 @@ bool ProbeFileExists() {
 
 class Probe : public testing::Test {
 protected:
-    ~Probe() override { std::filesystem::remove_all(TemporaryOf(kProbeFile)); }
+    ~Probe() override {
+        std::filesystem::remove_all(kProbeFile);
+        std::filesystem::remove_all(TemporaryOf(kProbeFile));
+    }
 
     WebServerFaults server;
 };

@@ -27,16 +27,19 @@ namespace ardvw3 {
 ///
 ///     include /etc/ardv/nginx.d/*.conf;
 ///
-/// A fragment is the file NAME in that folder, mode 0644; the folder is made when it's missing. NAME is 6 to 200
-/// letters, digits, dots, hyphens and underscores, doesn't begin with a dot and ends in ".conf".
+/// A fragment is the file NAME in that folder, mode 0644. NAME is 6 to 200 letters, digits, dots, hyphens and
+/// underscores, doesn't begin with a dot and ends in ".conf". The folder and "/etc/ardv" are made where they are
+/// missing, mode 0755 whatever the umask; nothing is done in them (`kFileSystem`) where their group or others may write
+/// to one of them: what lies there is configuration of a server that starts as root.
 ///
 /// A change is made in these steps, under a lock (the file ".nginx.d.lock" in the folder) for which other processes and
-/// threads wait without a limit of time: the old file is kept aside as ".NAME.old"; the new one is written beside it,
-/// flushed and renamed into place; nginx tests the whole configuration (30 seconds at most) and is otherwise told
-/// nothing; where it refuses, the old file comes back, even after a crash, at the next action on NAME. Then the master
-/// process, found by the `pid` of the tested configuration, is told to reload, and the call waits, 10 seconds at most,
-/// until every worker of the old configuration has stopped to accept connections. Requests that are under way are
-/// finished by the old workers.
+/// threads wait without a limit of time: the old file is kept aside as ".NAME.old", or the empty file ".NAME.none" says
+/// that there was none; the new one is written beside it, flushed and renamed into place; nginx tests the whole
+/// configuration (30 seconds at most) and is otherwise told nothing; where it refuses, what was there comes back. Then
+/// what was kept aside is dropped, the master process, found by the `pid` of the tested configuration, is told to
+/// reload, and the call waits, 10 seconds at most, until every worker of the old configuration has stopped to accept
+/// connections. Requests that are under way are finished by the old workers. Where a program dies before the drop, the
+/// next action, on whatever name, begins by bringing back what was there.
 ///
 /// While no nginx is running the change is in place when it has passed the test, and counts when nginx starts: that is
 /// success. A change that is in place and not taken over (`kReloadFailed`, `kTimeout`) is remembered by the file
