@@ -18,7 +18,7 @@ void CheckOutcome(const std::string& path, const Json::Value& settings) {
     if (isValid) {
         return;
     }
-    const auto problem = FirstServerFault(settings);
+    const auto problem = ValidityFault(settings);
     throw CommandError(kExitConfig, "nothing is written: " + ConfigurationFile(path).Name() + " would not be valid" +
                                         (problem.empty() ? "" : ": " + problem));
 }

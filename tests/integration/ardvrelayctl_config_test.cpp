@@ -261,6 +261,14 @@ TEST_F(ArdvrelayctlConfig, RefusesAChangeThatWouldMakeTheConfigurationInvalid) {
     EXPECT_EQ(Config({"set", "server_global.host", ""}).exitCode, 0) << "the address takes its place";
 }
 
+TEST_F(ArdvrelayctlConfig, NamesTheFaultThatARefusalIsFor) {
+    WriteText(kConfigFile, R"({"server_control":{"host":"a b"},"server_global":{"port":70000,"protocol":"ftp"}})");
+    const auto result = Config({"set", "log_level", "5"});
+    EXPECT_EQ(result.exitCode, 78);
+    EXPECT_THAT(result.err, HasSubstr("would not be valid: server_global.protocol must be"))
+        << "host and port are taken as they are";
+}
+
 TEST_F(ArdvrelayctlConfig, MendsAnInvalidConfiguration) {
     WriteText(kConfigFile, R"({"server_global":{"protocol":"ftp"}})");
     EXPECT_EQ(Config({"set", "log_level", "5"}).exitCode, 78) << "which is not what is wrong";
