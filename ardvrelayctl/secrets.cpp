@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "secrets.h"
 
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
 #include <relay/request/request_alias.h>
 
+#include "output.h"
+#include "secret_file.h"
 #include "server_url.h"
 
 namespace ardv::ctl {
@@ -18,6 +24,36 @@ constexpr const char kApiKey[] = "api_key";
 
 bool IsSecret(const std::string& name) {
     return AliasRequest::IsSecretField(name) || name == kApiKey;
+}
+
+std::string FormEncoded(const std::string& text) {
+    Json::Value fields(Json::objectValue);
+    fields[""] = text;
+    std::string form;
+    AliasRequest::ToPostRequest(fields, form);
+    return form.substr(form.find('=') + 1);
+}
+
+std::string WithLowerCaseEscapes(std::string form) {
+    for (auto at = form.find('%'); at != std::string::npos && at + 2 < form.size(); at = form.find('%', at + 1)) {
+        std::transform(&form[at + 1], &form[at + 1] + 2, &form[at + 1],
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    }
+    return form;
+}
+
+void ReplaceAll(std::string& text, const std::string& what, const std::string& by) {
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size())) {
+        text.replace(at, what.size(), by);
+    }
+}
+
+/** How a secret may stand in an answer; some are the same. */
+std::vector<std::string> SpellingsOf(const std::string& secret) {
+    std::string form = FormEncoded(secret);
+    std::string withPlus = form;
+    ReplaceAll(withPlus, "%20", "+");
+    return {secret, WithLowerCaseEscapes(form), WithLowerCaseEscapes(withPlus), std::move(form), std::move(withPlus)};
 }
 
 }  // namespace
@@ -49,6 +85,48 @@ Json::Value ShownMember(const std::string& key, const Json::Value& value, bool s
 
 std::string Masked(const std::string& secret, bool showSecrets) {
     return showSecrets || secret.empty() ? secret : kMask;
+}
+
+SentSecrets::SentSecrets(const Json::Value& fields) {
+    for (const auto& name : fields.getMemberNames()) {
+        if (IsSecret(name) && !PlainText(fields[name]).empty()) {
+            const auto spellings = SpellingsOf(PlainText(fields[name]));
+            spellings_.insert(spellings_.end(), spellings.begin(), spellings.end());
+        }
+    }
+    std::sort(spellings_.begin(), spellings_.end(),
+              [](const std::string& left, const std::string& right) { return left.size() > right.size(); });
+}
+
+SentSecrets::~SentSecrets() {
+    std::for_each(spellings_.begin(), spellings_.end(), Wipe);
+}
+
+std::string SentSecrets::Hide(std::string text) const {
+    for (const auto& secret : spellings_) {
+        ReplaceAll(text, secret, kMask);
+    }
+    return text;
+}
+
+Json::Value SentSecrets::Hide(const Json::Value& value) const {
+    if (value.isObject()) {
+        Json::Value hidden(Json::objectValue);
+        for (auto member = value.begin(); member != value.end(); ++member) {
+            hidden[Hide(member.name())] = Hide(*member);
+        }
+        return hidden;
+    }
+    if (value.isArray()) {
+        Json::Value hidden(Json::arrayValue);
+        for (const auto& element : value) {
+            hidden.append(Hide(element));
+        }
+        return hidden;
+    }
+    const std::string text = PlainText(value);
+    const std::string hidden = Hide(text);
+    return hidden == text ? value : Json::Value(hidden);
 }
 
 }  // namespace ardv::ctl
