@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
+#include <string_view>
 #include <utility>
 
 #include <relay/request/request_alias.h>
@@ -19,11 +21,20 @@ namespace {
 
 constexpr const char kMask[] = "***";
 
-// Secrets of the files of the device, which go by another name in the protocol.
-constexpr const char kApiKey[] = "api_key";
+// In lower case. What the system doesn't know is judged by its name; none of its own settings has one like these.
+constexpr std::string_view kSecretWords[] = {"pass", "secret", "token", "key", "credential"};
 
-bool IsSecret(const std::string& name) {
-    return AliasRequest::IsSecretField(name) || name == kApiKey;
+std::string LowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+/** Whether a key, or a part of a dotted one, is the name of a secret. */
+bool IsSecret(const std::string& key) {
+    return std::any_of(
+        std::begin(kSecretWords), std::end(kSecretWords),
+        [lower = LowerCase(key)](std::string_view word) { return lower.find(word) != std::string::npos; });
 }
 
 std::string FormEncoded(const std::string& text) {
@@ -36,8 +47,7 @@ std::string FormEncoded(const std::string& text) {
 
 std::string WithLowerCaseEscapes(std::string form) {
     for (auto at = form.find('%'); at != std::string::npos && at + 2 < form.size(); at = form.find('%', at + 1)) {
-        std::transform(&form[at + 1], &form[at + 1] + 2, &form[at + 1],
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        form.replace(at, 3, LowerCase(form.substr(at, 3)));
     }
     return form;
 }
@@ -79,8 +89,7 @@ Json::Value Shown(const Json::Value& value, bool showSecrets) {
 }
 
 Json::Value ShownMember(const std::string& key, const Json::Value& value, bool showSecrets) {
-    const auto name = key.substr(key.rfind('.') + 1);
-    return IsSecret(name) && !showSecrets ? Json::Value(kMask) : Shown(value, showSecrets);
+    return IsSecret(key) && !showSecrets ? Json::Value(kMask) : Shown(value, showSecrets);
 }
 
 std::string Masked(const std::string& secret, bool showSecrets) {
@@ -89,7 +98,7 @@ std::string Masked(const std::string& secret, bool showSecrets) {
 
 SentSecrets::SentSecrets(const Json::Value& fields) {
     for (const auto& name : fields.getMemberNames()) {
-        if (IsSecret(name) && !PlainText(fields[name]).empty()) {
+        if (AliasRequest::IsSecretField(name) && !PlainText(fields[name]).empty()) {
             const auto spellings = SpellingsOf(PlainText(fields[name]));
             spellings_.insert(spellings_.end(), spellings.begin(), spellings.end());
         }

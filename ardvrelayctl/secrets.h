@@ -9,12 +9,12 @@
 namespace ardv::ctl {
 
 /**
- * A value as it may be shown: members that are secrets of the protocol, and user names and passwords in URLs, are "***"
- * unless `showSecrets`.
+ * A value as it may be shown: user names and passwords in URLs are "***", and so are members with "pass", "secret",
+ * "token", "key" or "credential" in their names, in whatever case, unless `showSecrets`.
  */
 Json::Value Shown(const Json::Value& value, bool showSecrets);
 
-/** Likewise the value of a dotted key. */
+/** Likewise the value of a dotted key, each part of which counts. */
 Json::Value ShownMember(const std::string& key, const Json::Value& value, bool showSecrets);
 
 /** "***" in the place of a text, or the text if `showSecrets`; an empty one stays empty. */

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "ardvrelayctl_device.h"
@@ -8,6 +9,7 @@
 namespace ardv::test {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -129,6 +131,28 @@ TEST_F(ArdvrelayctlConfig, MasksSecretsThatSomebodyPutIntoTheFile) {
     EXPECT_EQ(Config({"get", "mine.token"}).out, "***\n");
     EXPECT_EQ(Config({"get", "mine.token", "--show-secrets"}).out, "s3cret\n");
 }
+
+class ArdvrelayctlSecret : public ArdvrelayctlConfig, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ArdvrelayctlSecret, IsMaskedWhereverItStandsInTheKey) {
+    WriteText(kConfigFile, R"({"token":{"a":"s3cret"},"key":{"value":"s3cret"},"Token":"s3cret","PASSWD":"s3cret",
+                               "mine":{"password":"s3cret","client_secret":"s3cret","credentials":["s3cret"],
+                                       "url":"https://ann:s3 cr@et@h.example"}})");
+    const auto result = Config({"get", GetParam()});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.out, HasSubstr("***"));
+    EXPECT_THAT(result.out, Not(AnyOf(HasSubstr("s3"), HasSubstr("cr@"))));
+    EXPECT_THAT(Config({"get", GetParam(), "--show-secrets"}).out, HasSubstr("s3"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachKey, ArdvrelayctlSecret,
+                         testing::Values("token.a", "token", "key.value", "Token", "PASSWD", "mine", "mine.password",
+                                         "mine.client_secret", "mine.credentials", "mine.url"),
+                         [](const auto& each) {
+                             std::string name = each.param;
+                             std::replace(name.begin(), name.end(), '.', '_');
+                             return name;
+                         });
 
 TEST_F(ArdvrelayctlConfig, SetsOneKeyAndLeavesTheRestOfTheFile) {
     WriteText(kConfigFile, R"({"mine":{"a":[1,{"b":null}]},"server_control":{"host":"old.example","extra":1},
