@@ -202,6 +202,19 @@ TEST_F(ArdvrelayctlConfig, MakesAMissingFileAndItsFolder) {
     EXPECT_EQ(ModeOf(kConfigFile), 0644U);
 }
 
+TEST_F(ArdvrelayctlConfig, MakesFoldersThatOthersMayNotWriteToWhateverTheUmask) {
+    for (const mode_t mask : {0U, 0077U}) {
+        std::filesystem::remove_all("/usr/ardv");
+        const mode_t old = umask(mask);
+        const auto result = Config({"set", "tethra.enabled", "true"});
+        umask(old);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        for (const char* folder : {"/usr/ardv", "/usr/ardv/etc", "/usr/ardv/etc/ardvrelayd"}) {
+            EXPECT_EQ(ModeOf(folder), 0755U) << folder;
+        }
+    }
+}
+
 TEST_F(ArdvrelayctlConfig, DoesNotMakeAFolderThatTheUserMayHaveMisspelt) {
     const auto result = Run({"--config", "/etc/nonesuch/a.conf", "config", "set", "tethra.enabled", "true"});
     EXPECT_EQ(result.exitCode, 73);
