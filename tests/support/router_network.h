@@ -82,6 +82,7 @@ public:
 
 private:
     std::string Configuration() const;
+    void Start(std::vector<std::string> words, const std::string& logFile);
 
     const RouterNetwork& network_;
     Settings settings_;

@@ -19,8 +19,11 @@ std::function<void()> beforeReading;
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) ssize_t readlinkat(int folder, const char* path, char* text,
-                                                                     size_t size) {
+// Takes the place of readlinkat, which the system's headers may define themselves.
+extern "C" __attribute__((visibility("default"))) ssize_t ReadLinkAt(int folder, const char* path, char* text,
+                                                                     size_t size) __asm__("readlinkat");
+
+ssize_t ReadLinkAt(int folder, const char* path, char* text, size_t size) {
     static const auto real = ardv::test::RealFunction<ssize_t (*)(int, const char*, char*, size_t)>("readlinkat");
     if (beforeReading) {
         beforeReading();

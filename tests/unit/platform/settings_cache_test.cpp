@@ -309,6 +309,7 @@ TEST_F(SettingsCache, KeepsNothingThatTheKernelMakesUp) {
 
 TEST_F(SettingsCache, KeepsTheFilesThatWereReadLast) {
     std::vector<std::string> files;
+    files.reserve(40);
     for (int at = 0; at < 40; ++at) {
         files.push_back(MakeFile(folder_, std::to_string(at) + ".conf", "k=" + std::to_string(at) + "\n"));
     }
