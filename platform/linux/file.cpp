@@ -99,9 +99,9 @@ Result<FilePlace> OpenPlace(const SplitPath& path) {
     return FilePlace{std::move(folder), path.name};
 }
 
-Result<std::string> ReadLink(const FilePlace& place) {
+Result<std::string> ReadLink(const FileDescriptor& link) {
     std::string target(PATH_MAX, '\0');
-    const ssize_t length = readlinkat(place.folder.Get(), place.name.c_str(), target.data(), target.size());
+    const ssize_t length = readlinkat(link.Get(), "", target.data(), target.size());
     if (length < 0) {
         return ErrnoError();
     }
@@ -109,11 +109,16 @@ Result<std::string> ReadLink(const FilePlace& place) {
     return target;
 }
 
-/// The text of the link at `place`; empty when a regular file or nothing is there.
+/// The text of the link at `place`; empty when a regular file or nothing is there. The link is held meanwhile, so that
+/// the one that is read is the one whose owner was looked at.
 Result<std::string> TrustedLink(const FilePlace& place) {
-    struct stat status {};
-    if (fstatat(place.folder.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    const FileDescriptor entry(openat(place.folder.Get(), place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!entry) {
         return errno == ENOENT ? Result<std::string>(std::string()) : ErrnoError();
+    }
+    struct stat status {};
+    if (fstat(entry.Get(), &status) != 0) {
+        return ErrnoError();
     }
     if (S_ISREG(status.st_mode)) {
         return std::string();
@@ -122,7 +127,7 @@ Result<std::string> TrustedLink(const FilePlace& place) {
         return MakeError(ARDV_ERR_NOT_REGULAR);
     }
     const Failure failure = CheckLinkOwner(place, status);
-    return failure ? *failure : ReadLink(place);
+    return failure ? *failure : ReadLink(entry);
 }
 
 /// A lock file or a temporary file next to `place`: never through a link, private from its first moment.

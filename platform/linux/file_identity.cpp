@@ -39,7 +39,7 @@ bool IsPast(std::int64_t time, std::int64_t now) {
 
 FileIdentity IdentityOf(const struct stat& status) {
     return {status.st_dev, status.st_ino, status.st_size, Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim),
-            geteuid()};
+            geteuid(),     getegid()};
 }
 
 std::optional<FileIdentity> IdentityAt(const std::string& path) {

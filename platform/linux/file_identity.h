@@ -13,8 +13,8 @@ namespace ARDV::Platform {
 // Proof that what was read from a file is still what it holds, by one stat(2).
 
 /// What tells a file, or a folder, in one state from any other: a change of its content, mode or owner moves the time
-/// of change, which nobody can set, and a file in its place has another inode. The reader belongs to it, so that a
-/// program that gave up rights isn't handed what it read with them.
+/// of change, which nobody can set, and a file in its place has another inode. The reader's user and group belong to
+/// it, so that a program that gave up theirs isn't handed what it read with them.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -22,6 +22,7 @@ struct FileIdentity {
     std::int64_t modified = 0;  ///< nanoseconds since 1970
     std::int64_t changed = 0;   ///< nanoseconds since 1970
     uid_t user = 0;
+    gid_t group = 0;
 
     bool operator==(const FileIdentity&) const = default;
 };

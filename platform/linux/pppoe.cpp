@@ -15,8 +15,8 @@ namespace ARDV::Platform {
 
 namespace {
 
-/// The kernel's PPPoE sessions of this network namespace: a heading, then one line each.
-constexpr const char* kSessionFile = "/proc/net/pppoe";
+/// The kernel's PPPoE sessions of this thread's network namespace: a heading, then one line each.
+constexpr const char* kSessionFile = "/proc/thread-self/net/pppoe";
 constexpr std::size_t kMaxSessionBytes = std::size_t{1024} * 1024;
 constexpr unsigned kConnectedFlags = IFF_UP | IFF_RUNNING | IFF_POINTOPOINT;
 

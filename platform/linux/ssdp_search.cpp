@@ -135,7 +135,11 @@ Result<std::string> FindGatewayDescription(const RouterLink& link, const Deadlin
     }
     while (!deadline.IsOver()) {
         pollfd entry{socket->Get(), POLLIN, 0};
-        if (poll(&entry, 1, static_cast<int>(deadline.Left().count())) <= 0) {
+        const int ready = poll(&entry, 1, static_cast<int>(deadline.Left().count()));
+        if (ready < 0 && errno != EINTR) {
+            return ErrnoError();
+        }
+        if (ready <= 0) {
             continue;
         }
         if (std::optional<std::string> url = TakeAnswer(socket->Get(), link.gateway)) {

@@ -333,6 +333,22 @@ TEST_F(Systemd, LeavesNoControlGroupOfItsBox) {
     EXPECT_FALSE(std::filesystem::exists(group));
 }
 
+TEST_F(Systemd, LeavesTheEmptyControlGroupOfATestThatIsAboutToBeginAlone) {
+    const std::string group = box_->ControlGroup();
+    const std::string prefix = group.substr(0, group.rfind('.') + 1);
+    box_.reset();
+    ChildProcess gone([] { return 0; });
+    const std::string abandoned = prefix + std::to_string(gone.Pid());
+    gone.Wait();
+    const ChildProcess test([] { return pause(); });
+    const std::string other = prefix + std::to_string(test.Pid());
+    std::filesystem::create_directory(abandoned);
+    std::filesystem::create_directory(other);
+    box_ = std::make_unique<SystemdBox>();
+    EXPECT_FALSE(std::filesystem::exists(abandoned));
+    EXPECT_TRUE(std::filesystem::remove(other));
+}
+
 TEST_F(Systemd, LeavesNoControlGroupOfItsBoxWhenTheTestDies) {
     box_.reset();
     std::array<int, 2> ends{};
@@ -430,14 +446,47 @@ TEST(SystemdOnASilentBus, DoesNotAnswerWithinTenSeconds) {
     }
 }
 
+namespace {
+
+/// A real bus that knows nobody. The daemon gives up root's rights, and with them the signal at the death of its parent;
+/// the shell, first of a namespace of processes, takes it along.
+class LonelyBus {
+public:
+    LonelyBus() : ready_(MakePipe()), process_([this] { return Become(); }) {
+        close(ready_[1]);
+        char digit = 0;
+        isReady_ = read(ready_[0], &digit, 1) == 1;
+        close(ready_[0]);
+    }
+
+    bool IsReady() const { return isReady_; }
+
+private:
+    static std::array<int, 2> MakePipe() {
+        std::array<int, 2> ends{};
+        return pipe2(ends.data(), O_CLOEXEC) == 0 ? ends : throw std::runtime_error("cannot make a pipe");
+    }
+
+    int Become() const {
+        dup2(ready_[1], STDOUT_FILENO);
+        execlp("unshare", "unshare", "--pid", "--fork", "--kill-child", "sh", "-c",
+               "dbus-daemon --system --nofork --nopidfile --print-pid & wait", nullptr);
+        return 127;
+    }
+
+    std::array<int, 2> ready_;
+    ChildProcess process_;
+    bool isReady_ = false;
+};
+
+}  // namespace
+
 TEST(SystemdWithoutManager, DoesNotAnswer) {
     std::filesystem::create_directories("/run/dbus");
-    const ardv::test::ProgramResult bus =
-        RunProgram({"dbus-daemon", "--system", "--fork", "--nopidfile", "--print-pid"});
-    ASSERT_EQ(bus.exitCode, 0) << bus.err;
+    const LonelyBus bus;
+    ASSERT_TRUE(bus.IsReady());
     for (const Function function : kFunctions) {
         EXPECT_LT(function("example"), 0);
         EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_NO_ANSWER);
     }
-    kill(std::stoi(bus.out), SIGKILL);
 }

@@ -279,29 +279,31 @@ int RouterNetwork::Count(const std::string& counter) const {
 UpnpRouter::UpnpRouter(const RouterNetwork& network, Settings settings) : network_(network), settings_(settings) {
     const std::string name = "/tmp/router-" + network.Settings().interface;
     WriteText(name + ".conf", Configuration());
-    std::vector<std::string> words = {"/usr/sbin/miniupnpd", "-d", "-f", name + ".conf", "-P", name + ".pid"};
+    const Announcements announcements(network.Settings().interface);
+    Start(network.Inside({"/usr/sbin/miniupnpd", "-d", "-f", name + ".conf", "-P", name + ".pid"}), name + ".log");
+    if (!announcements.HearAlive()) {
+        EndProcess(process_, SIGKILL);
+        throw std::runtime_error("router: does not announce itself: " + ReadText(name + ".log"));
+    }
+}
+
+void UpnpRouter::Start(std::vector<std::string> words, const std::string& logFile) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-    const Announcements announcements(network.Settings().interface);
-    const int log = open((name + ".log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    network.RunThere([&] {
-        process_ = fork();
-        if (process_ == 0) {
-            dup2(log, STDOUT_FILENO);
-            dup2(log, STDERR_FILENO);
-            execv(arguments.front(), arguments.data());
-            _exit(127);
-        }
-    });
-    close(log);
-    if (!announcements.HearAlive()) {
-        EndProcess(process_, SIGKILL);
-        throw std::runtime_error("router: does not announce itself: " + ReadText(name + ".log"));
+    const int log = open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    process_ = fork();
+    if (process_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // when the thread ends that starts it, so it must be the test's own
+        dup2(log, STDOUT_FILENO);
+        dup2(log, STDERR_FILENO);
+        execvp(arguments.front(), arguments.data());
+        _exit(127);
     }
+    close(log);
 }
 
 UpnpRouter::~UpnpRouter() {

@@ -39,6 +39,9 @@ public:
     /** Runs a program on the router's side. @throws std::runtime_error when it fails */
     void Run(std::vector<std::string> command, const std::string& input = "") const;
 
+    /** The command line that runs a program on the router's side. */
+    std::vector<std::string> Inside(std::vector<std::string> command) const;
+
     /** Runs a function on the router's side, in a thread of its own: the sockets that it opens belong there. */
     void RunThere(const std::function<void()>& body) const;
 
@@ -50,7 +53,6 @@ public:
     void FallSilent() const;
 
 private:
-    std::vector<std::string> Inside(std::vector<std::string> command) const;
     int Count(const std::string& counter) const;
 
     NetworkSettings settings_;
@@ -80,6 +82,7 @@ public:
 
 private:
     std::string Configuration() const;
+    void Start(std::vector<std::string> words, const std::string& logFile);
 
     const RouterNetwork& network_;
     Settings settings_;

@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -125,11 +126,18 @@ void RemoveGroupWhenLeft(const std::string& group) {
     }
 }
 
+/** Whether the test whose number is in the name of a group is gone: before its first process a group is empty, too. */
+bool IsOfNobody(const std::string& name) {
+    const std::string digits = name.starts_with(kGroupPrefix) ? name.substr(std::strlen(kGroupPrefix)) : "";
+    const bool isNumber = !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber && ::kill(static_cast<pid_t>(std::strtol(digits.c_str(), nullptr, 10)), 0) != 0 && errno == ESRCH;
+}
+
 /** Groups that tests left which were killed together with their guardians. */
 void RemoveAbandonedGroups(const std::string& groups) {
     std::error_code gone;
     for (const auto& entry : fs::directory_iterator(groups, gone)) {
-        if (entry.path().filename().string().starts_with(kGroupPrefix) && IsEmpty(entry.path())) {
+        if (IsOfNobody(entry.path().filename()) && IsEmpty(entry.path())) {
             RemoveGroup(entry.path());
         }
     }

@@ -107,10 +107,10 @@ ARDVPLATFORM_API int ARDVLnxV6IPGet(const char* name, ARDV_IPV6_ADDRESS* address
 ///         ARDV_ERR_NO_VALUE when there is no such route, ARDV_ERR_BUFFER_TOO_SMALL
 ARDVPLATFORM_API int ARDVNetDefaultGatewayGet(char* gateway, size_t size);
 
-/// Tells whether PPPoE is connected: the kernel has a PPPoE session (RFC 2516; /proc/net/pppoe), and there is a PPP
-/// interface that is set up, running and has an IPv4 address. Of several such interfaces the one of lowest index
-/// counts, here and in the two functions below. A session that a program carries itself, without the kernel's part,
-/// doesn't count, nor does PPP over anything else while there is no session.
+/// Tells whether PPPoE is connected: the kernel has a PPPoE session in the caller's network namespace (RFC 2516;
+/// /proc/thread-self/net/pppoe), and there is a PPP interface that is set up, running and has an IPv4 address. Of
+/// several such interfaces the one of lowest index counts, here and in the two functions below. A session that a program
+/// carries itself, without the kernel's part, doesn't count, nor does PPP over anything else while there is no session.
 ///
 /// @param flags 0; no flag is defined
 /// @return 1 when it is connected

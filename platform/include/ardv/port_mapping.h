@@ -10,9 +10,9 @@ extern "C" {
 /// Which ports of the router lead to this device.
 ///
 /// On generic Linux the router is the gateway of the default route (IPv4; the main table's, with the lowest metric). It
-/// is asked as UPnP Internet Gateway Device version 1 or 2: found by SSDP, its mappings read from each of its
-/// WANIPConnection:1, WANIPConnection:2 and WANPPPConnection:1 services. Nothing is changed there. Only answers from the
-/// gateway's own address count, and whatever it says leads nowhere but to that address.
+/// is asked as UPnP Internet Gateway Device version 1 or 2: found by SSDP, its mappings read from its services of type
+/// WANIPConnection:1, WANIPConnection:2 and WANPPPConnection:1, two of them at most. Nothing is changed there. Only
+/// answers from the gateway's own address count, and whatever it says leads nowhere but to that address.
 ///
 /// # What a call costs
 ///

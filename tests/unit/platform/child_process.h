@@ -2,6 +2,7 @@
 #pragma once
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@ public:
             throw std::runtime_error("cannot fork");
         }
         if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // it must not outlive a test that is killed
             _exit(body());
         }
     }

@@ -20,13 +20,13 @@ int lenientQuestions = 0;
 }  // namespace
 
 // Has the kernel check each question of the library's strictly, and refuse one with anything behind its header.
-extern "C" __attribute__((visibility("default"))) ssize_t send(int fd, const void* data, size_t size, int flags) {
+extern "C" __attribute__((visibility("default"))) ssize_t send(int fd, const void* buf, size_t n, int flags) {
     static const auto real = ardv::test::RealFunction<ssize_t (*)(int, const void*, size_t, int)>("send");
     const int on = 1;
     if (isKernelStrict && setsockopt(fd, SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof(on)) != 0) {
         ++lenientQuestions;
     }
-    return real(fd, data, size, flags);
+    return real(fd, buf, n, flags);
 }
 
 namespace ARDV::Platform::Test {

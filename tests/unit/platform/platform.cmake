@@ -19,6 +19,7 @@ if(ARDV_PLATFORM STREQUAL "linux")
     unit/platform/interface_kind_test.cpp
     unit/platform/interface_table_test.cpp
     unit/platform/interface_type_test.cpp
+    unit/platform/link_owner_test.cpp
     ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
     unit/platform/netlink_request_test.cpp
     unit/platform/network_address_test.cpp

@@ -22,6 +22,10 @@ namespace ARDV::Platform::Test {
 
 namespace {
 
+/// What the kernel tells of the thread's own network.
+constexpr const char* kNetFolder = "/proc/thread-self/net";
+constexpr const char* kSessions = "/proc/thread-self/net/pppoe";
+
 constexpr const char* kHeading = "Id       Address              Device\n";
 constexpr const char* kSession = "0000002A 02:00:5e:00:00:01     eth0\n";
 
@@ -89,14 +93,13 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        const std::string folder = "/proc/" + std::to_string(getpid()) + "/net";
-        if (access("/dev/net/tun", R_OK | W_OK) != 0 || mount("tmpfs", folder.c_str(), "tmpfs", 0, nullptr) != 0) {
+        if (access("/dev/net/tun", R_OK | W_OK) != 0 || mount("tmpfs", kNetFolder, "tmpfs", 0, nullptr) != 0) {
             GTEST_SKIP() << "needs the right to make tunnels and to mount";
         }
         SetSessions(std::string(kHeading) + kSession);
     }
 
-    static void SetSessions(const std::string& text) { WriteText("/proc/self/net/pppoe", text); }
+    static void SetSessions(const std::string& text) { WriteText(kSessions, text); }
 
     static bool Connect(const std::string& name, const std::string& address) {
         return Ip("addr add " + address + " peer 198.51.100.1/32 dev " + name) && Ip("link set " + name + " up");
@@ -118,7 +121,7 @@ TEST_F(Pppoe, IsNotConnectedWithoutASession) {
     ASSERT_TRUE(ppp.IsMade() && Connect("ppp0", "192.0.2.7"));
     SetSessions(kHeading);
     ExpectNotConnected();
-    ASSERT_EQ(unlink("/proc/self/net/pppoe"), 0);
+    ASSERT_EQ(unlink(kSessions), 0);
     ExpectNotConnected();
 }
 
@@ -151,8 +154,8 @@ TEST_F(Pppoe, IsTheConnectedInterfaceOfLowestIndex) {
 }
 
 TEST_F(Pppoe, FailsWhereTheSessionsCannotBeRead) {
-    ASSERT_EQ(unlink("/proc/self/net/pppoe"), 0);
-    ASSERT_EQ(mkdir("/proc/self/net/pppoe", 0755), 0);
+    ASSERT_EQ(unlink(kSessions), 0);
+    ASSERT_EQ(mkdir(kSessions, 0755), 0);
     EXPECT_LT(ARDVPPPoECheckStatus(0), 0);
     EXPECT_NE(ALIBCErrGet(), ARDV_ERR_NONE);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Settings files are parsed once, and yet every change of them is seen at once.
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -258,6 +259,23 @@ TEST_F(SettingsCache, GivesNothingToAReaderWithoutTheRight) {
     EXPECT_EQ(Get(file_), "first");
 }
 
+TEST_F(SettingsCache, GivesNothingToAReaderWhoHasLeftItsGroup) {
+    constexpr uid_t kUser = 1234;
+    constexpr gid_t kGroup = 4321;
+    ASSERT_EQ(chmod(folder_.Path().c_str(), 0755), 0);
+    if (setgroups(0, nullptr) != 0 || chown(file_.c_str(), 0, kGroup) != 0) {
+        GTEST_SKIP() << "needs a second group";
+    }
+    ASSERT_EQ(chmod(file_.c_str(), 0640), 0);
+    WaitForTheFileClock();
+    ASSERT_TRUE(setegid(kGroup) == 0 && seteuid(kUser) == 0);
+    EXPECT_EQ(Get(file_), "first");
+    ASSERT_TRUE(seteuid(0) == 0 && setegid(kUser) == 0 && seteuid(kUser) == 0);
+    EXPECT_EQ(Get(file_), "(-1)");
+    EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_ACCESS_DENIED);
+    ASSERT_TRUE(seteuid(0) == 0 && setegid(0) == 0);
+}
+
 TEST_F(SettingsCache, SeesAFileBecomeUnreadableByItsMode) {
     constexpr uid_t kUser = 1234;
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0755), 0);
@@ -291,6 +309,7 @@ TEST_F(SettingsCache, KeepsNothingThatTheKernelMakesUp) {
 
 TEST_F(SettingsCache, KeepsTheFilesThatWereReadLast) {
     std::vector<std::string> files;
+    files.reserve(40);
     for (int at = 0; at < 40; ++at) {
         files.push_back(MakeFile(folder_, std::to_string(at) + ".conf", "k=" + std::to_string(at) + "\n"));
     }
