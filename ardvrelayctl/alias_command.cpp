@@ -13,6 +13,7 @@
 #include "alias_report.h"
 #include "alias_request.h"
 #include "output.h"
+#include "secrets.h"
 #include "server_url.h"
 #include "table.h"
 #include "text.h"
@@ -51,18 +52,25 @@ std::string DetailOf(const std::string& reply) {
     return colon == std::string::npos ? std::string() : reply.substr(colon + 1);
 }
 
+/** Nothing of the outcome shows the secrets that were sent. */
 Outcome SendRequest(AliasRequest& request) {
     Outcome outcome;
+    Json::Value fields;
+    std::string url;
+    request.GetRequest(fields, url);
+    const SentSecrets secrets(fields);
     ALIAS_RESPONSE_TYPE type = ALIAS_RESPONSE_TYPE_NONE;
     request.Send(outcome.ret, type);
     request.GetResponse(outcome.httpStatus);
     AliasRequest::ResponseToString(outcome.ret, outcome.word);
     if (type == ALIAS_RESPONSE_TYPE_JSON) {
-        request.GetResponse(outcome.answer);
+        Json::Value answer;
+        request.GetResponse(answer);
+        outcome.answer = secrets.Hide(answer);
     } else if (type == ALIAS_RESPONSE_TYPE_TEXT) {
         std::string reply;
         request.GetResponse(reply);
-        outcome.extra = DetailOf(reply);
+        outcome.extra = secrets.Hide(DetailOf(reply));
     }
     return outcome;
 }

@@ -29,27 +29,34 @@ constexpr const char* kServers[] = {"server_global", "server_control", "server_w
 // Of the full form that is shown and never stored.
 constexpr const char* kRunTimeMembers[] = {"enable", "debug", "pid", "network"};
 
-/** Findings of one file, and no more than anybody reads. */
+/** Findings of one file, errors before warnings; of either no more than anybody reads. */
 class Findings {
 public:
     explicit Findings(std::string file) : file_(std::move(file)) {}
 
-    void Error(const std::string& key, const std::string& reason) { Add(key, true, reason); }
-    void Warning(const std::string& key, const std::string& reason) { Add(key, false, reason); }
-    bool IsFull() const { return list_.size() > kMaxFindings; }
-    std::vector<Finding> Take() { return std::move(list_); }
+    void Error(const std::string& key, const std::string& reason) { Add(errors_, key, true, reason); }
+    void Warning(const std::string& key, const std::string& reason) { Add(warnings_, key, false, reason); }
+    bool HasErrors() const { return !errors_.empty(); }
+    bool HasAllWarnings() const { return warnings_.size() > kMaxFindings; }
+
+    std::vector<Finding> Take() {
+        errors_.insert(errors_.end(), warnings_.begin(), warnings_.end());
+        return std::move(errors_);
+    }
 
 private:
-    void Add(const std::string& key, bool isError, const std::string& reason) {
-        if (list_.size() < kMaxFindings) {
-            list_.push_back({file_, key, isError, reason});
-        } else if (!IsFull()) {
-            list_.push_back({file_, "", false, "has more findings than are listed here"});
+    void Add(std::vector<Finding>& list, const std::string& key, bool isError, const std::string& reason) const {
+        if (list.size() < kMaxFindings) {
+            list.push_back({file_, key, isError, reason});
+        } else if (list.size() == kMaxFindings) {
+            list.push_back({file_, "", isError,
+                            std::string("has more ") + (isError ? "errors" : "warnings") + " than are listed here"});
         }
     }
 
     std::string file_;
-    std::vector<Finding> list_;
+    std::vector<Finding> errors_;
+    std::vector<Finding> warnings_;
 };
 
 /** A member of the elements of a list, or of the environment file. */
@@ -79,7 +86,7 @@ std::string ElementKey(const std::string& list, Json::ArrayIndex index) {
 template <std::size_t kCount>
 void CheckMembers(const Json::Value& object, const Member (&known)[kCount], const std::string& group,
                   Findings& findings) {
-    for (auto member = object.begin(); member != object.end() && !findings.IsFull(); ++member) {
+    for (auto member = object.begin(); member != object.end(); ++member) {
         const std::string key = Joined(group, member.name());
         const auto* row = FindRow(known, [&](const Member& r) { return r.name == member.name(); });
         if (!row) {
@@ -104,7 +111,7 @@ std::string IdOf(const Json::Value& element, const std::string& key, Findings& f
 
 void CheckServices(const Json::Value& list, Findings& findings) {
     std::set<std::string> seen;
-    for (Json::ArrayIndex i = 0; i < list.size() && !findings.IsFull(); ++i) {
+    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
         const std::string key = ElementKey("service", i);
         const std::string id = IdOf(list[i], key, findings);
         if (id.empty()) {
@@ -113,7 +120,7 @@ void CheckServices(const Json::Value& list, Findings& findings) {
         CheckMembers(list[i], kServiceMembers, key, findings);
         if (!seen.insert(id).second) {
             findings.Warning(key, "stands a second time in the list: the first one counts");
-        } else if (!ServiceConf(list[i], true).IsValid()) {
+        } else if (!findings.HasAllWarnings() && !ServiceConf(list[i], true).IsValid()) {  // it asks the device
             findings.Warning(key, "is not offered: this device has no port for the service \"" + Excerpt(id) + "\"");
         }
     }
@@ -139,7 +146,7 @@ void CheckGroup(const Json::Value& value, const std::string& group, Findings& fi
 }
 
 void CheckSettings(const Json::Value& object, const std::string& group, Findings& findings) {
-    for (auto member = object.begin(); member != object.end() && !findings.IsFull(); ++member) {
+    for (auto member = object.begin(); member != object.end(); ++member) {
         const std::string key = Joined(group, member.name());
         if (const auto* setting = FindSetting(key)) {
             CheckSetting(*setting, *member, findings);
@@ -174,6 +181,18 @@ void CheckServers(const Json::Value& settings, Findings& findings) {
     }
 }
 
+bool IsValidConfiguration(const Json::Value& settings) {
+    bool isValid = false;
+    Configured(settings, Services::kLeaveOut, isValid);
+    return isValid;
+}
+
+/** Whether a setting keeps the configuration from being valid, whatever the others say. */
+bool IsRefused(const Setting& setting, const Json::Value& value) {
+    Json::Value alone(Json::objectValue);
+    return SetMember(alone, setting.key, value) && !IsValidConfiguration(alone);
+}
+
 void CheckMain(const Json::Value& value, Findings& findings) {
     if (!value.isObject()) {
         findings.Error("", "must be a JSON object");
@@ -181,6 +200,9 @@ void CheckMain(const Json::Value& value, Findings& findings) {
     }
     CheckSettings(value, "", findings);
     CheckServers(value, findings);
+    if (!findings.HasErrors() && !IsValidConfiguration(value)) {
+        findings.Error("", "is not valid: every command refuses it");
+    }
 }
 
 void CheckEnvironment(const Json::Value& value, Findings& findings) {
@@ -197,7 +219,7 @@ void CheckPermissions(const Json::Value& value, Findings& findings) {
         return;
     }
     std::set<std::string> seen;
-    for (Json::ArrayIndex i = 0; i < value.size() && !findings.IsFull(); ++i) {
+    for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
         const std::string key = ElementKey("", i);
         const std::string id = IdOf(value[i], key, findings);
         if (id.empty()) {
@@ -277,20 +299,18 @@ std::vector<Finding> CheckNeighbours(const std::string& path) {
     return findings;
 }
 
-std::string FirstServerFault(const Json::Value& settings) {
+std::string ValidityFault(const Json::Value& settings) {
+    for (const auto& setting : Settings()) {
+        const auto* value = FindMember(settings, setting.key);
+        const auto fault = value ? WhatIsWrong(setting, *value) : "";
+        if (!fault.empty() && IsRefused(setting, *value)) {
+            return std::string(setting.key) + " " + fault;
+        }
+    }
     Findings findings("");
-    for (const std::string server : kServers) {
-        if (const auto* group = FindMember(settings, server); group && group->isObject()) {
-            CheckSettings(*group, server, findings);
-        }
-    }
     CheckServers(settings, findings);
-    for (const auto& finding : findings.Take()) {
-        if (finding.isError) {
-            return finding.key + " " + finding.reason;
-        }
-    }
-    return {};
+    const auto list = findings.Take();
+    return list.empty() ? "" : list.front().key + " " + list.front().reason;
 }
 
 }  // namespace ardv::ctl

@@ -18,14 +18,18 @@ struct Finding {
 
 /**
  * Checks the main configuration file; nothing is changed. A file that isn't there is an error if it is named, else a
- * warning.
+ * warning. Errors stand before warnings, and at most 200 of either are listed; a last one says that there are more.
+ * There is an error wherever the library finds the configuration not valid.
  */
 std::vector<Finding> CheckConfiguration(const std::string& path, bool isNamed);
 
 /** Checks the files that stand beside the main configuration, where they exist: environment and permissions. */
 std::vector<Finding> CheckNeighbours(const std::string& path);
 
-/** What keeps the servers of the settings from being valid, in words; empty if nothing does. */
-std::string FirstServerFault(const Json::Value& settings);
+/**
+ * What keeps a configuration of these settings from being valid, in words. A setting that is merely wrong, and ignored or
+ * taken as it is, is nothing of the kind. Empty if nothing does.
+ */
+std::string ValidityFault(const Json::Value& settings);
 
 }  // namespace ardv::ctl

@@ -2,11 +2,11 @@
 #include "config_file.h"
 
 #include <filesystem>
-#include <system_error>
 
 #include "command_error.h"
 #include "config_check.h"
 #include "configuration.h"
+#include "folder.h"
 
 namespace ardv::ctl {
 
@@ -18,7 +18,7 @@ void CheckOutcome(const std::string& path, const Json::Value& settings) {
     if (isValid) {
         return;
     }
-    const auto problem = FirstServerFault(settings);
+    const auto problem = ValidityFault(settings);
     throw CommandError(kExitConfig, "nothing is written: " + ConfigurationFile(path).Name() + " would not be valid" +
                                         (problem.empty() ? "" : ": " + problem));
 }
@@ -28,8 +28,7 @@ void CheckOutcome(const std::string& path, const Json::Value& settings) {
 void MakeConfigFolder(const std::string& path) {
     // Only there: a folder that the user misspelt must not be made.
     if (path == kDefaultConfigFile) {
-        std::error_code ignored;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+        MakeFolder(std::filesystem::path(path).parent_path());
     }
 }
 

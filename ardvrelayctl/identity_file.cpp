@@ -21,6 +21,7 @@
 
 #include "command_error.h"
 #include "descriptor.h"
+#include "folder.h"
 #include "secret_file.h"
 
 namespace ardv::ctl {
@@ -34,7 +35,6 @@ constexpr std::size_t kApiKeyBytes = 32;
 constexpr std::size_t kMacDigits = 12;
 constexpr std::size_t kJoinedMac = 17;                    // with what joins the pairs
 constexpr std::string_view kGroupDigits = "13579bdfBDF";  // as second digit: the address of a group
-constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0600;
 
 CommandError Unwritable(const std::string& path) {
@@ -134,15 +134,6 @@ private:
     Descriptor file_;
 };
 
-void MakeFolder(const std::string& folder) {
-    // Under its final mode whatever the umask; one that is there is left as it is.
-    if (mkdir(folder.c_str(), kFolderMode) == 0) {
-        chmod(folder.c_str(), kFolderMode);
-    } else if (errno != EEXIST) {
-        throw Unwritable(folder);
-    }
-}
-
 void FlushFolder(const std::string& folder) {
     const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) {
@@ -222,7 +213,9 @@ void WriteIdentity(const Identity& identity, bool replace) {
     if (IsThere() && !replace) {
         throw AlreadyThere();
     }
-    MakeFolder(folder);
+    if (!MakeFolder(folder)) {
+        throw Unwritable(folder);
+    }
     const TemporaryFile file(folder + "/.identity.conf.XXXXXX");
     std::string text = TextOf(identity);
     file.Fill(text);

@@ -4,10 +4,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "descriptor.h"
 
@@ -53,18 +53,28 @@ void ReadLine(int fd, const std::string& path, std::string& line) {
     }
 }
 
+// Nothing but a line end is taken off: the rest of a secret is another secret.
+void TakeOffLineEnd(const std::string& path, std::string& line) {
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    if (line.empty()) {
+        throw std::runtime_error("the first line of " + path + " is empty");
+    }
+    if (line.find_first_of(std::string_view("\r\0", 2)) != std::string::npos) {
+        throw std::runtime_error("the first line of " + path + " has a carriage return or a NUL byte in it");
+    }
+}
+
 std::string ReadFirstLine(int fd, const std::string& path) {
     std::string line;
-    line.reserve(kMaxSecret);  // growing would leave copies behind
+    line.reserve(kMaxSecret + 1);  // growing would leave copies behind
     try {
         ReadLine(fd, path, line);
+        TakeOffLineEnd(path, line);
     } catch (...) {
         Wipe(line);
         throw;
-    }
-    line.erase(std::min(line.find_first_of(std::string_view("\r\0", 2)), line.size()));
-    if (line.empty()) {
-        throw std::runtime_error("the first line of " + path + " is empty");
     }
     return line;
 }

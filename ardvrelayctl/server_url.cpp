@@ -35,14 +35,12 @@ const char* WhatIsWrongWithUrl(const std::string& url) {
     return result == CURLUE_OK ? nullptr : "this is no valid URL";
 }
 
-// Up to the last "@" of a word: a password may hold anything.
+// Up to the last "@": a password may hold anything, blanks and further "@"s included. Rather too much than too little.
 std::string WithoutCredentials(std::string text) {
-    for (auto at = text.find(kAuthority); at != std::string::npos; at = text.find(kAuthority, at)) {
-        at += kAuthority.size();
-        const auto end = text.substr(0, text.find(' ', at)).rfind('@');
-        if (end != std::string::npos && end > at) {
-            text.replace(at, end - at, "***");
-        }
+    const auto start = text.find(kAuthority);
+    const auto end = text.rfind('@');
+    if (start != std::string::npos && end != std::string::npos && end > start + kAuthority.size()) {
+        text.replace(start + kAuthority.size(), end - start - kAuthority.size(), "***");
     }
     return text;
 }

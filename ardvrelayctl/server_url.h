@@ -14,7 +14,10 @@ namespace ardv::ctl {
  */
 const char* WhatIsWrongWithUrl(const std::string& url);
 
-/** A text with "***" in the place of what stands before the "@" of a URL in it: a user name and a password. */
+/**
+ * A text with "***" in the place of all that stands between the first "://" and the last "@" in it: a URL's user name and
+ * password.
+ */
 std::string WithoutCredentials(std::string text);
 
 }  // namespace ardv::ctl

@@ -12,16 +12,23 @@
 #include <string_view>
 
 #include <ardv/cloud_identity.h>
+#include <ardv/firewall_service.h>
 #include <ardv/key_value_file.h>
+#include <ardv/network.h>
+#include <ardv/port_mapping.h>
 
 #include <relay/alias/alias_conf.h>
 #include <relay/config/auth_conf.h>
 #include <relay/config/config.h>
 #include <relay/config/kova_conf.h>
+#include <relay/config/misc_conf.h>
+#include <relay/config/network_conf.h>
 #include <relay/config/server_conf.h>
+#include <relay/config/service_conf.h>
 #include <relay/config/smartdns_conf.h>
 #include <relay/config/support_channel_conf.h>
 #include <relay/daemon/daemon.h>
+#include <relay/service/service_permission.h>
 #include <relay/utils/json_text.h>
 
 // A device without files, so that an input alone decides what happens.
@@ -41,6 +48,37 @@ int ARDVCloudServiceHstokenGenerateToken(const char*, char* token, size_t size) 
         *token = '\0';
     }
     return -1;
+}
+
+// It offers secure shell and nothing else, has no IPv6 and no router.
+struct _tag_ARDV_FW_SERVICE_LIST {};
+
+namespace {
+
+_tag_ARDV_FW_SERVICE_LIST gServices;
+
+}  // namespace
+
+int ARDVFwServiceEnum(ARDV_FW_SERVICE_LIST** list) {
+    *list = &gServices;
+    return 1;
+}
+
+const ARDV_FW_SERVICE* ARDVFWServiceFind(const ARDV_FW_SERVICE_LIST*, const char* name) {
+    static const char* const kPorts[] = {"22"};
+    static const ARDV_FW_SERVICE kService = {"ssh", nullptr, nullptr, "Secure shell", kPorts, 1};
+    return std::string_view(name) == kService.service ? &kService : nullptr;
+}
+
+void ARDVFWServiceFree(ARDV_FW_SERVICE_LIST*) {}
+
+int ALibArdvPortMapGetRouterPort(int, int* routerPort) {
+    *routerPort = 0;
+    return -1;
+}
+
+int ARDVLnxV6IPGet(const char*, ARDV_IPV6_ADDRESS*, int) {
+    return 0;
 }
 
 namespace {
@@ -111,9 +149,18 @@ void TestConfiguration(const Json::Value& value) {
     TestPart(SmartDNSConf(), SmartDNSConf(), value);
     TestPart(SupportChannelConf(), SupportChannelConf(), value);
     TestPart(AliasConf(), AliasConf(), value);
+    TestPart(ServiceConf(nullptr), ServiceConf(nullptr), value);
+    TestPart(InterfaceConf(), InterfaceConf(), value);
+    TestPart(NetworkConf(false), NetworkConf(false), value);
+    TestPart(MiscConf(nullptr, false), MiscConf(nullptr, false), value);
+    const auto mask = ServicePermission::JsonToMask(value);
+    Require(ServicePermission::JsonToMask(ServicePermission::MaskToJson(mask)) == mask);
     RelaydConf conf(nullptr);
     Require(conf.Overwrite(value) == value.isObject());
     (void)conf.IsValid();
+    for (const auto& service : conf.GetServices()) {
+        Require(service.IsValid() && conf.GetServiceById(service.GetId()) == &service);
+    }
     for (const bool full : {false, true}) {
         Json::Value onTop = value;
         conf.Write(onTop, full);

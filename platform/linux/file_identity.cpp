@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <ctime>
 
 namespace ARDV::Platform {
@@ -16,6 +15,10 @@ constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 /// second, so every 1 to 10 ms. Twice the longest tick.
 constexpr std::int64_t kFileClockTick = 20'000'000;
 
+/// Some file systems keep whole seconds only (ext4 with inodes of 128 bytes), FAT every second one. A time that isn't a
+/// whole second comes from none of them.
+constexpr std::int64_t kCoarsestStep = 2 * kNanosecondsPerSecond;
+
 std::int64_t Nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * kNanosecondsPerSecond + time.tv_nsec;
 }
@@ -24,6 +27,12 @@ std::int64_t Now() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     return Nanoseconds(now);
+}
+
+/// True when what changes at `now` or later is stamped with another time than this.
+bool IsPast(std::int64_t time, std::int64_t now) {
+    const bool isCoarse = time % kNanosecondsPerSecond == 0;
+    return time < now - kFileClockTick - (isCoarse ? kCoarsestStep : 0);
 }
 
 }  // namespace
@@ -41,7 +50,7 @@ std::optional<FileIdentity> IdentityAt(const std::string& path) {
 ReadMoment::ReadMoment() : now_(Now()) {}
 
 bool ReadMoment::Proves(const FileIdentity& identity) const {
-    return std::max(identity.modified, identity.changed) < now_ - kFileClockTick;
+    return IsPast(identity.modified, now_) && IsPast(identity.changed, now_);
 }
 
 }  // namespace ARDV::Platform

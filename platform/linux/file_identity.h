@@ -37,7 +37,8 @@ public:
     ReadMoment();
 
     /// True when each later change of the file gives it another identity. A change within the same tick of the file
-    /// clock as the one before leaves the times as they are, so a file that has just been changed proves nothing.
+    /// clock as the one before leaves the times as they are, so a file that has just been changed proves nothing; where
+    /// times are whole seconds, as some file systems have them, this lasts two seconds.
     bool Proves(const FileIdentity& identity) const;
 
 private:

@@ -104,9 +104,6 @@ Result<std::string> UrlOnGateway(const std::string& base, const std::string& url
 }
 
 Failure GatewayHttp::Prepare(const std::string& url, const Deadline& deadline) {
-    if (deadline.IsOver()) {
-        return MakeError(ARDV_ERR_NO_ANSWER);
-    }
     if (!handle_) {
         handle_.reset(curl_easy_init());
     }
@@ -114,7 +111,11 @@ Failure GatewayHttp::Prepare(const std::string& url, const Deadline& deadline) {
         return MakeError(ARDV_ERR_NO_MEMORY);
     }
     curl_easy_reset(handle_.get());
-    const long left = deadline.Left().count();
+    const Deadline end = firstAnswer_ ? deadline.Within(firstAnswer_->Left()) : deadline;
+    const long left = end.Left().count();
+    if (left == 0) {  // which the library would take for no limit at all
+        return MakeError(ARDV_ERR_NO_ANSWER);
+    }
     return Options(handle_.get())
         .Set(CURLOPT_URL, url.c_str())
         .Set(CURLOPT_PROTOCOLS_STR, "http")
@@ -136,6 +137,7 @@ Result<HttpAnswer> GatewayHttp::Exchange() {
     if (result != CURLE_OK) {
         return MakeError(CodeOf(result));
     }
+    firstAnswer_.reset();
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &answer.status);
     return answer;
 }

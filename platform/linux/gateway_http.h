@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/linux/deadline.h"
@@ -26,6 +27,9 @@ Result<std::string> UrlOnGateway(const std::string& base, const std::string& url
 /// Failures: ARDV_ERR_NO_ANSWER (none in time), ARDV_ERR_BAD_VALUE (too large, or not HTTP), ARDV_ERR_NO_MEMORY.
 class GatewayHttp {
 public:
+    /// `firstAnswer` is the end of the time until the first answer: without one until then, all exchanges fail.
+    explicit GatewayHttp(const Deadline& firstAnswer) : firstAnswer_(firstAnswer) {}
+
     /// `url` of both is one of `UrlOnGateway`.
     Result<HttpAnswer> Get(const std::string& url, const Deadline& deadline);
 
@@ -42,6 +46,7 @@ private:
     Result<HttpAnswer> Exchange();
 
     std::unique_ptr<CURL, Release> handle_;
+    std::optional<Deadline> firstAnswer_;  ///< nothing when there was one
 };
 
 }  // namespace ARDV::Platform

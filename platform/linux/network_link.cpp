@@ -19,11 +19,12 @@ namespace {
 
 using Links = std::vector<NetworkLink>;
 
-constexpr std::size_t kMaxIndexBytes = 64;
+/// Each attribute in sysfs says that it has the size of a memory page, whatever stands in it; 64 KiB is the largest.
+constexpr std::size_t kMaxAttributeBytes = 65536;
 
 /// True when sysfs shows this interface, and not one of the same name in another network namespace.
 bool IsInSysfs(const NetworkLink& link, const std::string& folder) {
-    const Result<FileContents> contents = ReadFile(folder + "/ifindex", kMaxIndexBytes);
+    const Result<FileContents> contents = ReadFile(folder + "/ifindex", kMaxAttributeBytes);
     if (!contents) {
         return false;
     }

@@ -31,7 +31,8 @@ constexpr milliseconds kQuestionLimit{ARDV_PORT_MAPPING_WAIT_MILLISECONDS};
 /// For the search within it. A router on the same wire answers within a tenth of it.
 constexpr milliseconds kSearchLimit{400};
 
-/// For a router that was found before. If it is gone, there is time left to find another.
+/// For the first answer of a router that was found before. If it is gone, there is time left to find another; if it isn't,
+/// it may be as slow as it was when it was found.
 constexpr milliseconds kKnownRouterLimit{300};
 
 constexpr seconds kMappingsLife{ARDV_PORT_MAPPING_KEPT_SECONDS};
@@ -52,7 +53,7 @@ private:
     void Meet(const RouterLink& link);
     void Refresh();
     Result<MappingList> Ask();
-    Result<MappingList> SearchAndAsk(GatewayHttp& http, const Deadline& deadline);
+    Result<MappingList> SearchAndAsk(const Deadline& deadline);
     Result<int> FindInList(int port) const;
 
     std::mutex mutex_;
@@ -104,23 +105,24 @@ void Router::Refresh() {
 }
 
 Result<MappingList> Router::Ask() {
-    GatewayHttp http;
     const Deadline deadline(kQuestionLimit);
     if (!connections_.empty()) {
-        Result<MappingList> list = ReadMappings(http, connections_, deadline.Within(kKnownRouterLimit));
+        GatewayHttp http(deadline.Within(kKnownRouterLimit));
+        Result<MappingList> list = ReadMappings(http, connections_, deadline);
         if (list) {
             return list;
         }
         connections_.clear();
     }
-    return SearchAndAsk(http, deadline);
+    return SearchAndAsk(deadline);
 }
 
-Result<MappingList> Router::SearchAndAsk(GatewayHttp& http, const Deadline& deadline) {
+Result<MappingList> Router::SearchAndAsk(const Deadline& deadline) {
     const Result<std::string> url = FindGatewayDescription(link_, deadline.Within(kSearchLimit));
     if (!url) {
         return url.Reason();
     }
+    GatewayHttp http(deadline);
     Result<std::vector<ConnectionService>> connections = ReadConnections(http, *url, link_.gateway, deadline);
     if (!connections) {
         return connections.Reason();
@@ -146,9 +148,14 @@ Result<int> Router::FindInList(int port) const {
     return list_->cut ? Result<int>(*list_->cut) : 0;
 }
 
+/// Never destroyed: another library may still ask while the process ends.
+Router& TheRouter() {
+    static auto* const router = new Router;
+    return *router;
+}
+
 int RouterPort(int port, int& routerPort) {
-    static Router router;
-    const Result<int> found = router.Find(port);
+    const Result<int> found = TheRouter().Find(port);
     if (!found) {
         return Fail(found.Reason());
     }

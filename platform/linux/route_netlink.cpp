@@ -29,7 +29,7 @@ enum class Step { kMore, kDone, kAgain };
 
 struct Request {
     nlmsghdr head;
-    std::array<char, sizeof(rtmsg)> body;  ///< the largest header; the family is the first byte of each of them
+    std::array<char, sizeof(ifinfomsg)> body;  ///< the largest header; the family is the first byte of each of them
 };
 
 Result<FileDescriptor> OpenSocket() {
@@ -42,15 +42,17 @@ Result<FileDescriptor> OpenSocket() {
     return bounded ? Result<FileDescriptor>(std::move(connection)) : ErrnoError();
 }
 
-Failure Ask(const FileDescriptor& connection, const NetlinkTable& table) {
+/// Sends the header and nothing behind it, which the kernel would take for attributes.
+Failure Ask(const FileDescriptor& connection, const NetlinkTable& table, std::size_t headerBytes) {
     Request request{};
-    request.head.nlmsg_len = sizeof(request);
+    const std::size_t size = NLMSG_LENGTH(std::min(headerBytes, sizeof(request.body)));
+    request.head.nlmsg_len = static_cast<std::uint32_t>(size);
     request.head.nlmsg_type = table.request;
     request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.head.nlmsg_seq = kSequence;
     request.body[0] = static_cast<char>(table.family);
-    const auto sent = send(connection.Get(), &request, sizeof(request), 0);
-    return sent == static_cast<ssize_t>(sizeof(request)) ? Failure{} : ErrnoError();
+    const auto sent = send(connection.Get(), &request, size, 0);
+    return sent == static_cast<ssize_t>(size) ? Failure{} : ErrnoError();
 }
 
 /// One datagram of the kernel's; empty when another process sent it.
@@ -118,12 +120,12 @@ Result<Step> TakeMessages(std::string_view bytes, const NetlinkTable& table, con
 }
 
 /// Each attempt has a socket of its own, so that what is left of an abandoned answer is never taken for the next one.
-Result<Step> Attempt(const NetlinkTable& table, const NetlinkReader& reader) {
+Result<Step> Attempt(const NetlinkTable& table, std::size_t headerBytes, const NetlinkReader& reader) {
     const Result<FileDescriptor> connection = OpenSocket();
     if (!connection) {
         return connection.Reason();
     }
-    if (const Failure failure = Ask(*connection, table)) {
+    if (const Failure failure = Ask(*connection, table, headerBytes)) {
         return *failure;
     }
     reader.begin();
@@ -159,9 +161,9 @@ std::string_view NetlinkAttributes::Text(unsigned type) const {
     return bytes.substr(0, bytes.find('\0'));
 }
 
-Failure ReadNetlinkTable(const NetlinkTable& table, const NetlinkReader& reader) {
+Failure ReadNetlinkTable(const NetlinkTable& table, std::size_t headerBytes, const NetlinkReader& reader) {
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-        const Result<Step> step = Attempt(table, reader);
+        const Result<Step> step = Attempt(table, headerBytes, reader);
         if (!step) {
             return step.Reason();
         }

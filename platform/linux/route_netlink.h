@@ -57,8 +57,9 @@ struct NetlinkReader {
     std::function<void(std::string_view)> take;
 };
 
-/// Reads a table.
-Failure ReadNetlinkTable(const NetlinkTable& table, const NetlinkReader& reader);
+/// Reads a table of records whose header, and that of the question, has `headerBytes` bytes: those of an ifinfomsg at
+/// most, the largest one.
+Failure ReadNetlinkTable(const NetlinkTable& table, std::size_t headerBytes, const NetlinkReader& reader);
 
 /// Reads a table of records that begin with a `Header`. `read` turns one into an entry, or into nothing. More than some
 /// thousand entries are ARDV_ERR_TOO_LARGE.
@@ -78,7 +79,7 @@ Result<std::vector<Entry>> ReadNetlinkEntries(
             entries.push_back(std::move(*entry));
         }
     };
-    if (const Failure failure = ReadNetlinkTable(table, {[&] { entries.clear(); }, take})) {
+    if (const Failure failure = ReadNetlinkTable(table, sizeof(Header), {[&] { entries.clear(); }, take})) {
         return *failure;
     }
     return entries.size() > kMaxEntries ? Result<std::vector<Entry>>(MakeError(ARDV_ERR_TOO_LARGE)) : entries;

@@ -157,6 +157,43 @@ TEST_F(ArdvrelayctlAlias, NeverShowsSecretsInItsVerboseLog) {
     }
 }
 
+struct EchoCase {
+    const char* name;
+    std::string reply;
+    std::string shown;
+};
+
+class ArdvrelayctlEcho : public ArdvrelayctlAlias, public testing::WithParamInterface<EchoCase> {};
+
+TEST_P(ArdvrelayctlEcho, ShowsAndRecordsNoSecret) {
+    WriteText("/root/password", "s3cret=&\n");
+    std::filesystem::permissions("/root/password", std::filesystem::perms(0600));
+    AnswerWith(GetParam().reply);
+    std::vector<std::string> command = {"map", "--account", "ann", "--password-file", "/root/password"};
+    const auto text = Alias(command);
+    EXPECT_THAT(text.out + text.err, HasSubstr(GetParam().shown));
+    AnswerWith(GetParam().reply);
+    command.emplace_back("--json");
+    const auto json = Alias(command);
+    EXPECT_THAT(json.out, HasSubstr("***"));
+    const auto everything = text.out + text.err + json.out + json.err + ReadText(kStatusFile) + Alias({"status"}).out;
+    for (const char* secret : {kToken, kApiKey, "s3cret"}) {
+        EXPECT_THAT(everything, Not(HasSubstr(secret)));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachWay, ArdvrelayctlEcho,
+    testing::Values(EchoCase{"Detail", std::string("badauth:token=") + kToken + "&key=" + kApiKey,
+                             "(token=***&key=***)"},
+                    EchoCase{"FormEncoded", "badauth:kova_password=s3cret%3D%26", "(kova_password=***)"},
+                    EchoCase{"FormEncodedInLowerCase", "badauth:kova_password=s3cret%3d%26", "(kova_password=***)"},
+                    EchoCase{"Member", std::string(R"({"token":")") + kToken + R"("})", "token: ***"},
+                    EchoCase{"WithinALongerText", std::string(R"({"a":"<)") + kApiKey + R"(>"})", "a: <***>"},
+                    EchoCase{"Nested", std::string(R"({"a":[{"b":")") + kToken + R"("}]})", "***"},
+                    EchoCase{"NameOfAMember", std::string(R"({")") + kToken + R"(":1})", "***: 1"}),
+    [](const auto& each) { return std::string(each.param.name); });
+
 TEST_F(ArdvrelayctlAlias, SendsTheOwnersAccountAndForce) {
     const auto result =
         Alias({"map", "--account", "ann", "--account-id", "7", "--password-file", "-", "--force"}, "s3cret\r\nrest");

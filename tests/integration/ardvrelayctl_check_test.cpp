@@ -138,16 +138,45 @@ INSTANTIATE_TEST_SUITE_P(
                                   "[1]"}),
     [](const auto& each) { return std::string(each.param.name); });
 
-TEST_F(ArdvrelayctlCheck, ListsNoMoreFindingsThanAnybodyReads) {
+/** A file with a number of keys that are not known, and more text behind them. */
+std::string UnknownKeys(int count, const std::string& more) {
     std::string text = "{";
-    for (int i = 0; i < 5000; ++i) {
+    for (int i = 0; i < count; ++i) {
         text += (i == 0 ? "\"" : ",\"") + std::to_string(i) + "\":1";
     }
-    WriteText(kFile, text + "}");
+    return text + more + "}";
+}
+
+TEST_F(ArdvrelayctlCheck, ListsNoMoreFindingsThanAnybodyReads) {
+    WriteText(kFile, UnknownKeys(5000, ""));
     const auto report = RunJson({"config", "check", kFile});
     EXPECT_EQ(report["findings"].size(), 201U);
     EXPECT_EQ(report["valid"], true);
-    EXPECT_EQ(report["findings"][200]["reason"], "has more findings than are listed here");
+    EXPECT_EQ(report["findings"][200]["reason"], "has more warnings than are listed here");
+}
+
+TEST_F(ArdvrelayctlCheck, FindsAnErrorBehindAnyNumberOfWarnings) {
+    WriteText(kFile, UnknownKeys(300, R"(,"server_global":{"protocol":"ftp"})"));
+    const auto report = RunJson({"config", "check", kFile});
+    EXPECT_EQ(report["valid"], false);
+    EXPECT_EQ(report["findings"][0]["level"], "error") << "errors come first";
+    EXPECT_EQ(report["findings"][0]["key"], "server_global.protocol");
+    EXPECT_EQ(report["findings"].size(), 202U);
+    EXPECT_EQ(Check({kFile}).exitCode, 78);
+    EXPECT_EQ(Run({"--config", kFile, "config", "show"}).exitCode, 78) << "as with every other command";
+}
+
+TEST_F(ArdvrelayctlCheck, ListsNoMoreErrorsThanAnybodyReads) {
+    std::string list;
+    for (int i = 0; i < 300; ++i) {
+        list += i == 0 ? "1" : ",1";
+    }
+    WriteText(kFile, R"({"service":[)" + list + R"(],"nonesuch":1})");
+    const auto report = RunJson({"config", "check", kFile});
+    ASSERT_EQ(report["findings"].size(), 202U);
+    EXPECT_EQ(report["findings"][200]["reason"], "has more errors than are listed here");
+    EXPECT_EQ(report["findings"][200]["level"], "error");
+    EXPECT_EQ(report["findings"][201]["key"], "nonesuch");
 }
 
 TEST_F(ArdvrelayctlCheck, ShowsKeysFitForATerminal) {

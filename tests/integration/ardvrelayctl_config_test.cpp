@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "ardvrelayctl_device.h"
@@ -8,6 +9,7 @@
 namespace ardv::test {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -130,6 +132,28 @@ TEST_F(ArdvrelayctlConfig, MasksSecretsThatSomebodyPutIntoTheFile) {
     EXPECT_EQ(Config({"get", "mine.token", "--show-secrets"}).out, "s3cret\n");
 }
 
+class ArdvrelayctlSecret : public ArdvrelayctlConfig, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ArdvrelayctlSecret, IsMaskedWhereverItStandsInTheKey) {
+    WriteText(kConfigFile, R"({"token":{"a":"s3cret"},"key":{"value":"s3cret"},"Token":"s3cret","PASSWD":"s3cret",
+                               "mine":{"password":"s3cret","client_secret":"s3cret","credentials":["s3cret"],
+                                       "url":"https://ann:s3 cr@et@h.example"}})");
+    const auto result = Config({"get", GetParam()});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.out, HasSubstr("***"));
+    EXPECT_THAT(result.out, Not(AnyOf(HasSubstr("s3"), HasSubstr("cr@"))));
+    EXPECT_THAT(Config({"get", GetParam(), "--show-secrets"}).out, HasSubstr("s3"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachKey, ArdvrelayctlSecret,
+                         testing::Values("token.a", "token", "key.value", "Token", "PASSWD", "mine", "mine.password",
+                                         "mine.client_secret", "mine.credentials", "mine.url"),
+                         [](const auto& each) {
+                             std::string name = each.param;
+                             std::replace(name.begin(), name.end(), '.', '_');
+                             return name;
+                         });
+
 TEST_F(ArdvrelayctlConfig, SetsOneKeyAndLeavesTheRestOfTheFile) {
     WriteText(kConfigFile, R"({"mine":{"a":[1,{"b":null}]},"server_control":{"host":"old.example","extra":1},
                                "service":[{"id":"nonesuch","port":7}],"log_level":3,"pid":5})");
@@ -176,6 +200,19 @@ TEST_F(ArdvrelayctlConfig, MakesAMissingFileAndItsFolder) {
     EXPECT_EQ(Config({"set", "tethra.enabled", "true"}).exitCode, 0);
     EXPECT_EQ(ReadText(kConfigFile), "{\n   \"tethra\" : {\n      \"enabled\" : true\n   }\n}\n");
     EXPECT_EQ(ModeOf(kConfigFile), 0644U);
+}
+
+TEST_F(ArdvrelayctlConfig, MakesFoldersThatOthersMayNotWriteToWhateverTheUmask) {
+    for (const mode_t mask : {0U, 0077U}) {
+        std::filesystem::remove_all("/usr/ardv");
+        const mode_t old = umask(mask);
+        const auto result = Config({"set", "tethra.enabled", "true"});
+        umask(old);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        for (const char* folder : {"/usr/ardv", "/usr/ardv/etc", "/usr/ardv/etc/ardvrelayd"}) {
+            EXPECT_EQ(ModeOf(folder), 0755U) << folder;
+        }
+    }
 }
 
 TEST_F(ArdvrelayctlConfig, DoesNotMakeAFolderThatTheUserMayHaveMisspelt) {
@@ -259,6 +296,14 @@ TEST_F(ArdvrelayctlConfig, RefusesAChangeThatWouldMakeTheConfigurationInvalid) {
     EXPECT_FALSE(std::filesystem::exists(kConfigFile));
     Config({"set", "server_global.ip", "192.0.2.1"});
     EXPECT_EQ(Config({"set", "server_global.host", ""}).exitCode, 0) << "the address takes its place";
+}
+
+TEST_F(ArdvrelayctlConfig, NamesTheFaultThatARefusalIsFor) {
+    WriteText(kConfigFile, R"({"server_control":{"host":"a b"},"server_global":{"port":70000,"protocol":"ftp"}})");
+    const auto result = Config({"set", "log_level", "5"});
+    EXPECT_EQ(result.exitCode, 78);
+    EXPECT_THAT(result.err, HasSubstr("would not be valid: server_global.protocol must be"))
+        << "host and port are taken as they are";
 }
 
 TEST_F(ArdvrelayctlConfig, MendsAnInvalidConfiguration) {

@@ -153,6 +153,18 @@ TEST_F(ArdvrelayctlIdentity, KeepsAnApiKeyClosed) {
     EXPECT_THAT(ReadText(kIdentityFile), HasSubstr("api_key=\"s3cret\"\n")) << "and is left as it is";
 }
 
+TEST_F(ArdvrelayctlIdentity, TakesAnApiKeyWholeOrNotAtAll) {
+    for (const std::string& wrong : {std::string("s3cret\rrest"), std::string("s3cret\0rest", 11),
+                                     std::string("s3cret\0", 7), std::string("s3cret\r\r")}) {
+        const auto refused = Init({"--force", "--api-key-file", "-"}, wrong + "\n");
+        EXPECT_EQ(refused.exitCode, 78);
+        EXPECT_THAT(refused.err, HasSubstr("standard input has a carriage return or a NUL byte in it"));
+        EXPECT_THAT(ReadText(kIdentityFile), Not(HasSubstr("s3cret")));
+    }
+    EXPECT_EQ(Init({"--force", "--api-key-file", "-"}, "s3cret\r\n").exitCode, 0) << "the line end of some editors";
+    EXPECT_THAT(ReadText(kIdentityFile), HasSubstr("api_key=\"s3cret\"\n"));
+}
+
 TEST_F(ArdvrelayctlIdentity, RefusesWrongSerialNumbersAndAddresses) {
     const std::string text = ReadText(kIdentityFile);
     for (const std::string& serial : {std::string(), std::string(36, 'x'), std::string("a b"), std::string("a\"b"),

@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -331,6 +333,21 @@ TEST_F(HostileRouter, IsLeftWhenItsListDoesNotEnd) {
     StartWithList(InCdata(Listing(entries)));
     EXPECT_EQ(AnswerFor(9), 9);
     EXPECT_EQ(AnswerFor(80), -ARDV_ERR_BAD_VALUE) << "it may be mapped in what wasn't read";
+}
+
+TEST_F(HostileRouter, MayBeSlowWheneverItIsAsked) {
+    constexpr std::chrono::milliseconds kPause{20};
+    constexpr std::size_t kEntries = 25;
+    std::vector<Entry> entries(kEntries, Entry{.routerPort = "9", .port = "9"});
+    entries.back() = {};
+    Start({.control = [entries = Answering(entries), kPause](const Request& request, Response& answer) {
+        std::this_thread::sleep_for(kPause);
+        entries(request, answer);
+    }});
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(AnswerFor(80), 30080) << round;
+        LetPass(std::chrono::seconds(ARDV_PORT_MAPPING_KEPT_SECONDS));
+    }
 }
 
 TEST_F(HostileRouter, IsLeftInTimeWhenItStalls) {

@@ -1,15 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <ardv/error.h>
@@ -17,12 +24,14 @@
 
 #include "support/file_text.h"
 #include "support/program.h"
+#include "support/shifted_clock.h"
 #include "support/systemd_box.h"
 #include "unit/platform/child_process.h"
 
 namespace {
 
 using ARDV::Platform::Test::ChildProcess;
+using ardv::test::LetPass;
 using ardv::test::OpenDescriptors;
 using ardv::test::ReadText;
 using ardv::test::RunProgram;
@@ -369,6 +378,55 @@ TEST(SystemdWithoutBus, DoesNotAnswer) {
         EXPECT_LT(function("example"), 0);
         EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_NO_ANSWER);
         EXPECT_STREQ(ALIBCErrorGetFile(), "systemd.cpp");
+    }
+}
+
+namespace {
+
+/// A bus that takes callers and never lets one in.
+class SilentBus {
+public:
+    SilentBus() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string_view(kSilentBus).copy(address.sun_path, sizeof address.sun_path - 1);
+        if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(fd_, 1) != 0) {
+            throw std::runtime_error("silent bus: cannot listen");
+        }
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", (std::string("unix:path=") + kSilentBus).c_str(), 1);
+    }
+    SilentBus(const SilentBus&) = delete;
+    SilentBus& operator=(const SilentBus&) = delete;
+    ~SilentBus() { close(fd_); }
+
+    /// Takes a caller, lets time pass, says half a word so that the caller wakes up, and tells whether it is gone soon.
+    bool IsLeftAfter(std::chrono::seconds time) const {
+        constexpr int kSoon = 5000;  // milliseconds
+        const int caller = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+        LetPass(time);
+        [[maybe_unused]] const ssize_t count = ::send(caller, "O", 1, MSG_NOSIGNAL);
+        pollfd entry{caller, POLLRDHUP, 0};
+        const bool isLeft = poll(&entry, 1, kSoon) == 1;
+        close(caller);
+        return isLeft;
+    }
+
+private:
+    static constexpr const char* kSilentBus = "/run/silent-bus";
+
+    int fd_;
+};
+
+}  // namespace
+
+TEST(SystemdOnASilentBus, DoesNotAnswerWithinTenSeconds) {
+    const SilentBus bus;
+    for (const Function function : kFunctions) {
+        std::future<bool> isLeft =
+            std::async(std::launch::async, [&bus] { return bus.IsLeftAfter(std::chrono::seconds(10)); });
+        EXPECT_LT(function("example"), 0);
+        EXPECT_EQ(ALIBCErrGet(), ARDV_ERR_NO_ANSWER);
+        EXPECT_TRUE(isLeft.get());
     }
 }
 

@@ -53,6 +53,7 @@ FakeRouter::FakeRouter(const RouterNetwork& network, Script script) : script_(st
             answer.set_content(Filled(script_.description), "text/xml");
         };
     }
+    server_.set_tcp_nodelay(true);  // else the system holds back the second half of an answer for 40 ms
     server_.Get("/description", script_.describe);
     if (script_.control) {
         server_.Post("/control", script_.control);

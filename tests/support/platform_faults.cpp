@@ -60,7 +60,7 @@ int PlatformResult(const char* name, int result, char* buffer, std::size_t size)
     if (!active || !active->platformFails || !active->platformFails(name)) {
         return result;
     }
-    std::snprintf(buffer, size, "rest");
+    std::snprintf(buffer, size, "%s", active->leftText.c_str());
     return -1;
 }
 
@@ -165,7 +165,7 @@ int ALIBCFileGetKeyValue(const char* file, const char* key, char* value, size_t 
     ardv::test::Record(std::string("GetKeyValue ") + file + " " + key + " " + std::to_string(size) + " " +
                        std::to_string(flags));
     if (active && active->keyValueResult) {
-        std::snprintf(value, size, "rest");
+        std::snprintf(value, size, "%s", active->leftText.c_str());
         return *active->keyValueResult;
     }
     return ardv::test::PlatformResult("GetKeyValue", real(file, key, value, size, flags), value, size);

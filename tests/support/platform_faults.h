@@ -38,6 +38,9 @@ public:
     /** What the functions for a key's value answer; the one that reads the value then leaves text in its buffer. */
     std::optional<int> keyValueResult;
 
+    /** The text that is left in a buffer. */
+    std::string leftText = "rest";
+
     /** What was asked, in order: "fsync PATH", "rename FROM TO", or a platform function with sizes and flags. */
     std::vector<std::string> calls;
 

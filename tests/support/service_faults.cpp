@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include <ardv/port_mapping.h>
+#include <ardv/web_service.h>
 #include <ardvw3/hos.h>
 
 #include "real_function.h"
@@ -82,6 +83,11 @@ int ALibArdvPortMapGetRouterPort(int port, int* routerPort) {
     }
     *routerPort = active->router->port;
     return active->router->result;
+}
+
+int ARDVServiceIsHttpDefaultConf() {
+    static const auto real = RealFunction<int (*)()>("ARDVServiceIsHttpDefaultConf");
+    return active && active->httpDefaultConf ? *active->httpDefaultConf : real();
 }
 }
 

@@ -33,6 +33,7 @@ public:
     const ARDV_FW_SERVICE* found = nullptr;  ///< what every search in the list finds
     std::optional<RouterAnswer> router;      ///< the router's answer
     std::optional<int> webPort;              ///< the operating system's HTTP and HTTPS port
+    std::optional<int> httpDefaultConf;      ///< whether the web server has its default HTTP configuration
 
     /** What was asked, in order: "Enum", "Find NAME", "Free", "RouterPort PORT". */
     std::vector<std::string> calls;

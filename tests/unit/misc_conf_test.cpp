@@ -120,6 +120,33 @@ TEST_F(MiscConfTest, DamagedFileIsMovedAsideAndNotWrittenUnlessAsked) {
     EXPECT_THAT(folder_.Names(), ElementsAre("misc.conf.bad"));
 }
 
+TEST_F(MiscConfTest, FileThatIsNoObjectIsReadAndLeftAlone) {
+    for (const char* text : {"[true]", "5", "\"upnp\"", "null"}) {
+        auto conf = Changed();
+        WriteText(path_, text);
+        const CapturedLog log;
+        EXPECT_TRUE(conf.Reload(true)) << text;
+        EXPECT_EQ(Settings(conf), "- - 0") << text;
+        EXPECT_EQ(Settings(MiscConf(path_.c_str(), true)), "relay upnp 0") << text;
+        EXPECT_EQ(ReadText(path_), text);
+        EXPECT_EQ(log.Text(), "");
+    }
+    EXPECT_THAT(folder_.Names(), ElementsAre("misc.conf"));
+}
+
+TEST_F(MiscConfTest, FolderInThePlaceOfTheFileStaysThere) {
+    std::filesystem::create_directory(path_);
+    const CapturedLog log(3);
+    MiscConf conf(path_.c_str(), true);
+    const auto failure = "utils.cpp rename " + TemporaryOf(path_) + " to " + path_ + " failed, errno: 21";
+    EXPECT_THAT(log.Messages(), ElementsAre("misc_conf.cpp write", failure));
+    EXPECT_EQ(Settings(conf), "relay upnp 0");
+    EXPECT_TRUE(conf.Reload(true)) << "the file was written, whatever became of its rename";
+    EXPECT_TRUE(conf.Reload(false));
+    EXPECT_TRUE(std::filesystem::is_empty(path_));
+    EXPECT_THAT(folder_.Names(), ElementsAre("misc.conf"));
+}
+
 TEST_F(MiscConfTest, WithoutAPathNothingIsReadOrWritten) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder_.Path());

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "support/device_test.h"
+#include "support/service_faults.h"
 
 namespace ARDV::Relay {
 
@@ -35,6 +36,17 @@ INSTANTIATE_TEST_SUITE_P(Settings, PortalRedirection,
                                          Portal{"Neither", "https_redirect=no\nhttp_default_conf=no\n", false},
                                          Portal{"Empty", "", false}),
                          [](const auto& portal) { return portal.param.name; });
+
+TEST(PortalRedirectionAnswer, IsTheDefaultConfigurationForNoOtherAnswerThanOne) {
+    WriteText(kWebSettings, "https_redirect=yes\n");
+    ServiceFaults faults;
+    for (const int answer : {-1, 0, 2}) {
+        faults.httpDefaultConf = answer;
+        EXPECT_TRUE(IsHttpRedirectedToHttps()) << answer;
+    }
+    faults.httpDefaultConf = 1;
+    EXPECT_FALSE(IsHttpRedirectedToHttps());
+}
 
 TEST(PortalRedirectionFile, MissingIsNoRedirection) {
     std::filesystem::remove(kWebSettings);

@@ -94,6 +94,25 @@ TEST_F(RelaydConfService, ThatAreNotValidLeaveTheirIdentifierToALaterOne) {
     EXPECT_EQ(Services(), JsonOf(R"([{"id":"gopher","name":"","port":70}])"));
 }
 
+TEST_F(RelaydConfService, WithANulByteInItsNameIsNotTheOneThatTheNameBeginsWith) {
+    OfferAtPort("ssh", "22");
+    EXPECT_THAT(MessagesOfMerge(R"([{"id":"ssh\u0000x"}])"), ElementsAre("config.cpp invalid service config: 0"));
+    EXPECT_EQ(Services(), Json::Value(Json::arrayValue));
+    EXPECT_THAT(MessagesOfMerge(R"([{"id":"ssh\u0000x"},{"id":"ssh"},{"id":"ssh\u0000"},{"id":"support_ssh\u0000x"}])"),
+                ElementsAre("config.cpp invalid service config: 0", "config.cpp invalid service config: 2",
+                            "config.cpp invalid service config: 3"));
+    EXPECT_EQ(Services(), JsonOf(R"([{"id":"ssh","name":"shown","port":22}])"));
+}
+
+TEST_F(RelaydConfService, FileWithANulByteInANameGivesNoService) {
+    OfferAtPort("ssh", "22");
+    WriteText(kConfigFile, R"({"service":[{"id":"ssh\u0000x"}]})");
+    const CapturedLog log(3);
+    EXPECT_TRUE(conf_.ReadConfigFile(kConfigFile));
+    EXPECT_THAT(log.Messages(), ElementsAre("config.cpp invalid service config: 0"));
+    EXPECT_THAT(conf_.GetServices(), IsEmpty());
+}
+
 TEST_F(RelaydConfService, TwiceTheSameThatIsNotValidIsTwoMessages) {
     EXPECT_EQ(MessagesOfMerge(R"([{"id":"gopher"},{"id":"gopher"}])").size(), 2U);
 }

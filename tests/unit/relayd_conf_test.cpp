@@ -182,6 +182,15 @@ TEST_F(RelaydConfTest, ServerIdIsWrittenWhereThereIsOne) {
     EXPECT_EQ(Value(conf_, false)["serverID"], Json::Value("7"));
 }
 
+TEST_F(RelaydConfTest, WithoutAServerIdWritingLeavesTheOneThatAValueHas) {
+    for (const bool full : {false, true}) {
+        auto value = JsonOf(R"({"serverID":"7"})");
+        EXPECT_TRUE(conf_.Write(value, full));
+        EXPECT_EQ(value["serverID"], Json::Value("7"));
+        EXPECT_TRUE(value.isMember("server_global"));
+    }
+}
+
 TEST_F(RelaydConfTest, WritesIntoNestedMembersAndReplacesThoseThatAreNoObject) {
     auto value = JsonOf(R"({"server_global":{"note":1},"server_control":"x","tethra":[1],"server_alias":5,"mine":2})");
     EXPECT_TRUE(conf_.Write(value, false));
@@ -218,14 +227,17 @@ INSTANTIATE_TEST_SUITE_P(
                    "wrong control server config"}),
     [](const auto& part) { return part.param.name; });
 
-/** Settings without a URL, which no operation of the library makes. */
+/** Makes settings without a URL, which no operation of the library does. */
 void BreakAlias(const AliasConf& alias) {
     auto* bytes = const_cast<char*>(reinterpret_cast<const char*>(&alias));
-    *reinterpret_cast<std::string*>(bytes + sizeof(AliasConf) - sizeof(std::string)) = "";
+    auto& url = *reinterpret_cast<std::string*>(bytes + sizeof(AliasConf) - sizeof(std::string));
+    ASSERT_EQ(url, alias.GetUrl()) << "the URL is no longer the last member";
+    ASSERT_NE(url, alias.GetAliasName()) << "nothing tells the URL from the alias";
+    url.clear();
 }
 
 TEST_F(RelaydConfTest, FaultyAliasSettingsComeAfterTheServers) {
-    BreakAlias(conf_.GetAliasConf());
+    ASSERT_NO_FATAL_FAILURE(BreakAlias(conf_.GetAliasConf()));
     const CapturedLog log(3);
     EXPECT_FALSE(conf_.IsValid());
     EXPECT_THAT(log.Messages(), ElementsAre("alias_conf.cpp URL is empty", "config.cpp wrong alias cmd server config"));

@@ -273,11 +273,12 @@ TEST_F(ServicePermissionTest, SettingIsAskedForWithTheFlagOfTheService) {
     service_.conf_file = kServiceSettings;
     service_.conf_key = "run";
     service_.conf_value = "on";
+    WriteText(kServiceSettings, "run=\"on\"\n");
     PlatformFaults faults;
     service_.is_default = 1;
-    IsEnabled();
+    EXPECT_TRUE(IsEnabled());
     service_.is_default = 0;
-    IsEnabled();
+    EXPECT_TRUE(IsEnabled());
     EXPECT_THAT(faults.CallsOf("CheckKeyValue"),
                 ElementsAre("CheckKeyValue /etc/example.conf run on 1", "CheckKeyValue /etc/example.conf run on 0"));
 }

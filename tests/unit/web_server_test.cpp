@@ -117,8 +117,9 @@ TEST_F(Probe, FailsWhereItsFileCannotBeOpened) {
     EXPECT_FALSE(ProbeFileExists());
 }
 
-TEST_F(Probe, FailsWithTheReasonWhereTheDiskIsFull) {
-    const MountedDisk disk("/tmp", 4096);
+TEST_F(Probe, FailsWithTheReasonWhereTheDiskIsFullAndLeavesTheUnfinishedFileBehind) {
+    const MountedDisk disk("/tmp", 8192);
+    WriteText(kProbeFile, "of somebody else");
     WriteText("/tmp/filler", std::string(4096, 'x'));
     const CapturedLog log(3);
     errno = EPERM;
@@ -127,6 +128,8 @@ TEST_F(Probe, FailsWithTheReasonWhereTheDiskIsFull) {
                                          std::string("utils.cpp:269 write nginx conf ") + kProbeFile +
                                              " failed, No space left on device"));
     EXPECT_THAT(server.actions, IsEmpty());
+    EXPECT_FALSE(ProbeFileExists());
+    EXPECT_TRUE(std::filesystem::is_regular_file(TemporaryOf(kProbeFile)));
 }
 
 TEST_F(Probe, FailsWithAMessageOfLevelThreeWhereItIsNotRegistered) {

@@ -36,8 +36,9 @@ struct _tag_ARDV_FW_SERVICE {  // NOLINT(readability-identifier-naming): an old 
     const char* section;       ///< group of services that it is shown in, or null
     const char* title;         ///< its title there, or null
     const char* display_name;  ///< name to show where section and title aren't both there, or null
-    const char* const* ports;  ///< its port texts, each not null; null if it has no port rules, which isn't the same as no ports
-    int port_count;            ///< how many texts `ports` has
+    const char* const*
+        ports;       ///< its port texts, each not null; null if it has no port rules, which isn't the same as no ports
+    int port_count;  ///< how many texts `ports` has
 };
 typedef struct _tag_ARDV_FW_SERVICE ARDV_FW_SERVICE;  // NOLINT(modernize-use-using): for C
 

@@ -167,6 +167,23 @@ TEST_F(InterfaceType, OfAnInterfaceWithARadioIsWirelessUnlessItIsAnotherOfThatNa
     EXPECT_EQ(TypeOf("x0"), ARDV_INTERFACE_WIRELESS);
 }
 
+TEST_F(InterfaceType, IsWirelessByTheNumberThatTheKernelItselfShows) {
+    constexpr const char* kKernels = "/run/sysfs";
+    const OtherNetwork outside;
+    ASSERT_TRUE(Ip("link add x0 type veth peer name far netns " + outside.Name()));
+    ASSERT_TRUE(Ip("link set x0 up") && Ip("addr add 192.0.2.7/24 dev x0"));
+    std::filesystem::create_directories(kKernels);
+    if (mount("sysfs", kKernels, "sysfs", 0, nullptr) != 0) {
+        GTEST_SKIP() << "needs the right to mount sysfs";
+    }
+    ASSERT_EQ(mount("tmpfs", "/sys/class/net", "tmpfs", 0, nullptr), 0);
+    std::filesystem::create_directories("/sys/class/net/x0/phy80211");
+    WriteText("/sys/class/net/x0/ifindex", "");
+    const std::string shown = std::string(kKernels) + "/class/net/x0/ifindex";
+    ASSERT_EQ(mount(shown.c_str(), "/sys/class/net/x0/ifindex", nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(TypeOf("x0"), ARDV_INTERFACE_WIRELESS);
+}
+
 // Hardware can't be made in a namespace, so this one looks, and only looks, at the machine's own.
 TEST(MachinesOwnInterface, IsWiredWhereItIsEthernetHardware) {
     namespace fs = std::filesystem;

@@ -3,8 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/if_addr.h>
 
 #include <chrono>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -111,15 +113,14 @@ std::string Gateway(std::size_t size = 20) {
     return result == 0 ? text : std::to_string(ALIBCErrGet());
 }
 
-/// Waits until the kernel has found a second owner of an address, given as 32 digits.
-bool WaitUntilDuplicate(const std::string& digits) {
-    constexpr unsigned kDuplicate = 0x08;  // IFA_F_DADFAILED
+/// Waits until the kernel's table of IPv6 addresses says so of one: its 32 digits and its flags.
+bool WaitForAddress(const std::function<bool(const std::string&, unsigned long)>& isAwaited) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (std::chrono::steady_clock::now() < deadline) {
         std::istringstream table(ReadText("/proc/net/if_inet6"));
         std::string address, index, length, scope, flags, name;
         while (table >> address >> index >> length >> scope >> flags >> name) {
-            if (address == digits && (std::stoul(flags, nullptr, 16) & kDuplicate) != 0) {
+            if (isAwaited(address, std::stoul(flags, nullptr, 16))) {
                 return true;
             }
         }
@@ -128,8 +129,24 @@ bool WaitUntilDuplicate(const std::string& digits) {
     return false;
 }
 
+/// Waits until the kernel has found a second owner of an address, given as 32 digits.
+bool WaitUntilDuplicate(const std::string& digits) {
+    return WaitForAddress([&digits](const std::string& address, unsigned long flags) {
+        return address == digits && (flags & IFA_F_DADFAILED) != 0;
+    });
+}
+
+/// Waits for a temporary address that may be used. Even without a probe the kernel leaves that to a later moment.
+bool WaitForTemporary() {
+    return WaitForAddress([](const std::string&, unsigned long flags) {
+        return (flags & IFA_F_TEMPORARY) != 0 && (flags & IFA_F_TENTATIVE) == 0;
+    });
+}
+
 const std::string kNone = std::to_string(ARDV_ERR_NO_VALUE);
 
+/// Addresses are given without a probe ("nodad"), unless it is the matter: the kernel may still be at it when they are
+/// read, on loopback too.
 class IPv6Addresses : public PrivateNetwork {
 protected:
     void SetUp() override {
@@ -162,8 +179,8 @@ INSTANTIATE_TEST_SUITE_P(Pairs, IpMask, testing::ValuesIn(kPairs), NameOf);
 
 TEST_F(IPv6Addresses, HaveTheirPrefixLengths) {
     EXPECT_THAT(IPv6Of("lo"), ElementsAre("::1/128 0"));
-    ASSERT_TRUE(Ip("addr add 2001:db8:0:0:1:0:0:1/64 dev lo") && Ip("addr add fd00::7/8 dev lo"));
-    ASSERT_TRUE(Ip("addr add ::192.0.2.1/96 dev lo") && Ip("addr add fec0::1/10 dev lo"));
+    ASSERT_TRUE(Ip("addr add 2001:db8:0:0:1:0:0:1/64 dev lo nodad") && Ip("addr add fd00::7/8 dev lo nodad"));
+    ASSERT_TRUE(Ip("addr add ::192.0.2.1/96 dev lo nodad") && Ip("addr add fec0::1/10 dev lo nodad"));
     EXPECT_THAT(IPv6Of("lo"), UnorderedElementsAre("::1/128 0", "2001:db8::1:0:0:1/64 0", "fd00::7/8 0",
                                                    "::192.0.2.1/96 0", "fec0::1/10 0"));
 }
@@ -176,8 +193,8 @@ TEST_F(IPv6Addresses, AreThoseOfTheNamedInterface) {
 }
 
 TEST_F(IPv6Addresses, AreAutomaticWhenGivenForATime) {
-    ASSERT_TRUE(Ip("addr add 2001:db8::1/64 dev lo valid_lft 3600 preferred_lft 1800"));
-    ASSERT_TRUE(Ip("addr add 2001:db8::2/64 dev lo valid_lft 3600 preferred_lft 0"));
+    ASSERT_TRUE(Ip("addr add 2001:db8::1/64 dev lo valid_lft 3600 preferred_lft 1800 nodad"));
+    ASSERT_TRUE(Ip("addr add 2001:db8::2/64 dev lo valid_lft 3600 preferred_lft 0 nodad"));
     EXPECT_THAT(IPv6Of("lo"), UnorderedElementsAre("::1/128 0", "2001:db8::1/64 1", "2001:db8::2/64 1"));
 }
 
@@ -187,6 +204,7 @@ TEST_F(IPv6Addresses, AreTemporaryWhenMadeForPrivacy) {
     WriteText("/proc/sys/net/ipv6/conf/a0/accept_dad", "0");
     ASSERT_TRUE(Ip("link set b0 up") && Ip("link set a0 up"));
     ASSERT_TRUE(Ip("addr add 2001:db8::1/64 dev a0 mngtmpaddr nodad valid_lft 86400 preferred_lft 3600"));
+    ASSERT_TRUE(WaitForTemporary());
     const Lines lines = IPv6Of("a0");
     EXPECT_THAT(lines, testing::Contains("2001:db8::1/64 1"));
     EXPECT_THAT(lines, testing::Contains(testing::MatchesRegex("2001:db8:.*/64 2")));
@@ -211,13 +229,13 @@ TEST_F(IPv6Addresses, AreLeftOutWhenTheyHaveASecondOwner) {
 }
 
 TEST_F(IPv6Addresses, HaveTheOwnOneOfALinkBetweenTwoHosts) {
-    ASSERT_TRUE(Ip("addr add 2001:db8::1 peer 2001:db8::2/128 dev lo"));
+    ASSERT_TRUE(Ip("addr add 2001:db8::1 peer 2001:db8::2/128 dev lo nodad"));
     EXPECT_THAT(IPv6Of("lo"), UnorderedElementsAre("::1/128 0", "2001:db8::1/128 0"));
 }
 
 TEST_F(IPv6Addresses, AreNoMoreThanTheCallersRoom) {
     for (const char* address : {"2001:db8::1", "2001:db8::2", "2001:db8::3"}) {
-        ASSERT_TRUE(Ip(std::string("addr add ") + address + "/64 dev lo"));
+        ASSERT_TRUE(Ip(std::string("addr add ") + address + "/64 dev lo nodad"));
     }
     EXPECT_EQ(IPv6Of("lo", 2).size(), 2U);
     EXPECT_EQ(ARDVLnxV6IPGet("lo", nullptr, 0), 0);

@@ -46,6 +46,7 @@ if(ARDV_PLATFORM STREQUAL "linux")
     unit/platform/interface_table_test.cpp
     unit/platform/interface_type_test.cpp
     ${PROJECT_SOURCE_DIR}/platform/linux/interface_type.cpp
+    unit/platform/netlink_request_test.cpp
     unit/platform/network_address_test.cpp
     unit/platform/pppoe_test.cpp
     unit/platform/settings_cache_test.cpp

@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
@@ -18,6 +20,7 @@
 #include <ardv/key_value_file.h>
 #include <ardv/web_service.h>
 
+#include "child_process.h"
 #include "made_file.h"
 #include "support/file_opens.h"
 
@@ -61,6 +64,42 @@ private:
     std::string folder_;
     bool isMounted_;
 };
+
+/// A file system in a folder's place that stamps files with whole seconds.
+class DiskOfSeconds {
+public:
+    explicit DiskOfSeconds(std::string folder) : folder_(std::move(folder)) {
+        const std::string image = folder_ + ".image";
+        WriteText(image, "");
+        std::filesystem::resize_file(image, kBytes);
+        isMounted_ = Run({"mkfs.ext4", "-q", "-F", "-O", "^has_journal", "-I", "128", image}) == 0 &&
+                     Run({"mount", "-o", "loop", image, folder_}) == 0;
+    }
+    DiskOfSeconds(const DiskOfSeconds&) = delete;
+    DiskOfSeconds& operator=(const DiskOfSeconds&) = delete;
+    ~DiskOfSeconds() {
+        if (isMounted_) {
+            umount2(folder_.c_str(), MNT_DETACH);
+        }
+    }
+
+    bool IsMounted() const { return isMounted_; }
+
+private:
+    static constexpr std::uintmax_t kBytes = 1048576;
+
+    std::string folder_;
+    bool isMounted_ = false;
+};
+
+/// Waits, if need be, until the second isn't half over: what follows happens within it.
+void WaitForTheFirstHalfOfASecond() {
+    const auto now = std::chrono::system_clock::now();
+    const auto second = std::chrono::floor<std::chrono::seconds>(now);
+    if (now - second > std::chrono::milliseconds(500)) {
+        std::this_thread::sleep_until(second + std::chrono::seconds(1));
+    }
+}
 
 /// A file that has been read, and is old enough to be known by its times.
 class SettingsCache : public testing::Test {
@@ -152,6 +191,27 @@ TEST_F(SettingsCache, SeesManyChangesWithinOneTickOfTheFileClock) {
         WriteText(file_, "k=" + value + "\n");
         ASSERT_EQ(Get(file_), value);
     }
+}
+
+TEST_F(SettingsCache, SeesTwoChangesWithinOneSecondOnADiskOfWholeSeconds) {
+    const DiskOfSeconds disk(folder_.Path());
+    if (!disk.IsMounted()) {
+        GTEST_SKIP() << "needs mkfs.ext4, a kernel with ext4 and loop devices, and the right to mount";
+    }
+    WaitForTheFirstHalfOfASecond();
+    WriteText(file_, "k=second\n");
+    WaitForTheFileClock();
+    EXPECT_EQ(Get(file_), "second");
+    WriteText(file_, "k=third!\n");
+    EXPECT_EQ(Get(file_), "third!");
+}
+
+TEST_F(SettingsCache, KeepsAFileWhoseWholeSecondIsLongPast) {
+    const timespec times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file_.c_str(), times, 0), 0);
+    WaitForTheFileClock();
+    EXPECT_EQ(Get(file_), "first");
+    EXPECT_EQ(OpensOf([this] { EXPECT_EQ(Get(file_), "first"); }), 0U);
 }
 
 TEST_F(SettingsCache, SeesAChangeMadeWhileTheFileWasBeingRead) {
