@@ -63,7 +63,7 @@ target_link_libraries(ardv_platform_tests PRIVATE
 
 # Parts of the generic-Linux platform that the library keeps to itself; they are compiled in.
 if(ARDV_PLATFORM STREQUAL "linux")
-  set(platform_parts error file nginx_server process web_settings)
+  set(platform_parts error file nginx_server port_number process web_settings)
   list(TRANSFORM platform_parts REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/linux/\\1.cpp")
   ardv_add_test(ardv_platform_parts_tests
     unit/platform/nginx_configuration_test.cpp
