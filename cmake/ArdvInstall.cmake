@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Installation: both libraries, their public headers below include/ardvrelayd, the tool, a CMake package and pkg-config files.
+# Installation: both libraries, their public headers below include/ardvrelayd, the tool, examples of the device's files,
+# a CMake package and pkg-config files.
 if(ARDV_PLATFORM STREQUAL "linux")
   set(ARDV_INSTALLED_TARGETS ardvrelayd ardvplatform ardv_platform_headers)
 else()
@@ -10,7 +11,8 @@ install(TARGETS ${ARDV_INSTALLED_TARGETS} EXPORT ardvrelayd-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS ardvrelayctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(ARDV_PLATFORM STREQUAL "linux")  # a device's own system has its services elsewhere
-  install(FILES packaging/etc/ardv/services.d/ardvrelayd.json DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/ardv/services.d)
+  # Examples of the device's files, to copy and adapt. The system reads /etc, whatever the prefix, and what is there is the device's own.
+  install(DIRECTORY packaging/etc/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples)
 endif()
 
 foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)

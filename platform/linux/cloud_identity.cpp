@@ -3,7 +3,6 @@
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
-#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -21,11 +20,6 @@ namespace {
 
 constexpr const char* kIdentityFile = "/etc/ardv/identity.conf";
 constexpr std::size_t kMaxIdentityBytes = 65536;
-
-bool CouldOthersHaveWritten(const struct stat& status) {
-    const bool isOthers = status.st_uid != 0 && status.st_uid != geteuid();
-    return isOthers || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-}
 
 Result<std::string> ReadIdentity() {
     Result<FileContents> contents = ReadFile(kIdentityFile, kMaxIdentityBytes);

@@ -227,6 +227,14 @@ FileDescriptor::~FileDescriptor() {
     }
 }
 
+bool MayOthersWrite(const struct stat& status) {
+    return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+bool CouldOthersHaveWritten(const struct stat& status) {
+    return (status.st_uid != 0 && status.st_uid != geteuid()) || MayOthersWrite(status);
+}
+
 Result<FileContents> ReadFile(const std::string& path, std::size_t limit) {
     const FileDescriptor file(open(path.c_str(), kReadFlags));
     return file ? ReadOpenFile(file, limit) : ErrnoError();

@@ -36,6 +36,12 @@ struct FileContents {
     struct stat status {};
 };
 
+/// Whether its group or others may write to a file or a folder.
+bool MayOthersWrite(const struct stat& status);
+
+/// Whether somebody other than root and the effective user could have written a file.
+bool CouldOthersHaveWritten(const struct stat& status);
+
 /// Where a file is: its folder, held open, and its name there. Operations through it can't be led elsewhere when a
 /// folder on the path is moved meanwhile.
 struct FilePlace {

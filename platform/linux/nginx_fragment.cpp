@@ -21,7 +21,6 @@ constexpr std::array<const char*, 2> kFolderParts = {"ardv", "nginx.d"};  // of 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kPrivateFolderMode = 0700;
-constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 constexpr const char* kAside = ".old";
 constexpr const char* kNothingAside = ".none";
 constexpr const char* kPending = ".pending";
@@ -55,8 +54,7 @@ Result<FileDescriptor> OpenSafeFolder(const FilePlace& place) {
     if (!folder || fstat(folder.Get(), &status) != 0) {
         return ErrnoError();
     }
-    const bool isSafe = (status.st_mode & kWritableByOthers) == 0;
-    return isSafe ? Result(std::move(folder)) : MakeError(ARDV_ERR_UNSAFE_FILE);
+    return MayOthersWrite(status) ? MakeError(ARDV_ERR_UNSAFE_FILE) : Result(std::move(folder));
 }
 
 /// The folder of fragments, and its name in the folder above.

@@ -2,7 +2,6 @@
 #include <ardvw3/nginx_conf_register.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -22,7 +21,6 @@ using ardvw3::W3Code;
 using ActionResult = ardvw3::Result<W3Code, Json::Value>;
 
 constexpr std::size_t kMaxSourceBytes = 1024UL * 1024;
-constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 
 Outcome Failed(W3Code code, const std::string& what, const Error& error) {
     std::array<char, 128> where = {};
@@ -52,10 +50,10 @@ Result<std::string> ReadSource(const std::string& path) {
     if (!contents) {
         return contents.Reason();
     }
-    const struct stat& status = contents->status;
-    const bool isTrusted =
-        (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & kWritableByOthers) == 0;
-    return isTrusted ? Result(std::move(contents->text)) : MakeError(ARDV_ERR_UNSAFE_FILE);
+    if (CouldOthersHaveWritten(contents->status)) {
+        return MakeError(ARDV_ERR_UNSAFE_FILE);
+    }
+    return std::move(contents->text);
 }
 
 /// What a fragment is to become: a text, or nothing.

@@ -8,10 +8,11 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <iterator>
 #include <string_view>
 #include <utility>
+
+#include "platform/linux/port_number.h"
 
 namespace ARDV::Platform {
 
@@ -76,21 +77,14 @@ bool EqualsIgnoringCase(std::string_view text, std::string_view other) {
     return text.size() == other.size() && strncasecmp(text.data(), other.data(), text.size()) == 0;
 }
 
-int PortOf(std::string_view text) {
-    constexpr int kMaxPort = 65535;
-    int port = 0;
-    const char* end = text.data() + text.size();
-    const auto [last, error] = std::from_chars(text.data(), end, port);
-    return error == std::errc() && last == end && port > 0 && port <= kMaxPort ? port : 0;
-}
-
 bool IsOn(std::string_view text) {
     return text == "1" || EqualsIgnoringCase(text, "true") || EqualsIgnoringCase(text, "yes");
 }
 
 /// The mapping of an entry; nothing when it isn't an enabled one of TCP, or makes no sense.
 std::optional<PortMapping> ParseMapping(const Elements& entry) {
-    PortMapping mapping{PortOf(entry.Get("NewExternalPort")), PortOf(entry.Get("NewInternalPort")), {}};
+    const auto port = [&entry](const char* name) { return ParsePort(entry.Get(name)).value_or(0); };
+    PortMapping mapping{port("NewExternalPort"), port("NewInternalPort"), {}};
     const std::string client(entry.Get("NewInternalClient"));
     const bool serves = mapping.routerPort != 0 && mapping.port != 0 && IsOn(entry.Get("NewEnabled")) &&
                         EqualsIgnoringCase(entry.Get("NewProtocol"), "TCP") &&

@@ -3,15 +3,14 @@
 
 #include "platform/linux/error.h"
 #include "platform/linux/key_value_cache.h"
+#include "platform/linux/web_settings.h"
 
 namespace ARDV::Platform {
 
 namespace {
 
-constexpr const char* kWebSettings = "/etc/ardv/web.conf";
-
 int ReadDefaultConf() {
-    const Result<MaybeText> value = ReadKeyValue(kWebSettings, "http_default_conf");
+    const Result<MaybeText> value = ReadKeyValue(kWebSettingsFile, "http_default_conf");
     if (value) {
         return *value == "yes" ? 1 : 0;
     }

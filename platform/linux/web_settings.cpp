@@ -7,34 +7,28 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <optional>
 #include <string_view>
 
 #include <ardv/key_value_file.h>
 
 #include "platform/linux/error.h"
+#include "platform/linux/port_number.h"
 
 namespace ARDV::Platform {
 
 namespace {
 
-constexpr const char* kFile = "/etc/ardv/web.conf";
 constexpr std::size_t kValueSize = 1024;
 constexpr std::size_t kMaxHostName = 253;
-constexpr int kLastPort = 65535;
 constexpr std::string_view kHostNameCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-.";
 
 bool IsOn(const char* key) {
-    return ALIBCFileCheckKeyValue(kFile, key, "yes", 0) == 1;
+    return ALIBCFileCheckKeyValue(kWebSettingsFile, key, "yes", 0) == 1;
 }
 
 int Port(const char* key, int otherwise) {
-    const std::string text = WebSetting(key);
-    int port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    const bool isWhole = error == std::errc() && end == text.data() + text.size();
-    return isWhole && port >= 1 && port <= kLastPort ? port : otherwise;
+    return ParsePort(WebSetting(key)).value_or(otherwise);
 }
 
 bool IsHostName(std::string_view name) {
@@ -45,7 +39,7 @@ bool IsHostName(std::string_view name) {
 /// Whether the key has no value: it's empty, or absent, or the file is.
 bool IsUnset(const char* key) {
     std::array<char, 2> value = {};
-    const int found = ALIBCFileGetKeyValue(kFile, key, value.data(), value.size(), 0);
+    const int found = ALIBCFileGetKeyValue(kWebSettingsFile, key, value.data(), value.size(), 0);
     return found < 0 ? ALIBCErrGet() == ARDV_ERR_NOT_FOUND : value.front() == '\0';
 }
 
@@ -53,7 +47,8 @@ bool IsUnset(const char* key) {
 
 std::string WebSetting(const char* key) {
     std::array<char, kValueSize> value = {};
-    return ALIBCFileGetKeyValue(kFile, key, value.data(), value.size(), 0) == 1 ? value.data() : std::string();
+    return ALIBCFileGetKeyValue(kWebSettingsFile, key, value.data(), value.size(), 0) == 1 ? value.data()
+                                                                                           : std::string();
 }
 
 }  // namespace ARDV::Platform
@@ -122,7 +117,7 @@ bool HOS::Set() {
         return true;
     }
     const bool isDone = name->empty() && IsUnset(kRelayName);
-    if (!isDone && ALIBCFileSetKeyValue(kFile, kRelayName, name->c_str(), 0) != 0) {
+    if (!isDone && ALIBCFileSetKeyValue(kWebSettingsFile, kRelayName, name->c_str(), 0) != 0) {
         return false;
     }
     name.reset();

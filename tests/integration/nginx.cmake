@@ -9,4 +9,4 @@ ardv_add_test(ardv_nginx_tests
   support/nginx_server.cpp)
 target_compile_definitions(ardv_nginx_tests PRIVATE
   ARDV_PACKAGED_SERVER_BLOCK="${PROJECT_SOURCE_DIR}/packaging/etc/nginx/conf.d/ardv.conf")
-target_link_libraries(ardv_nginx_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(ardv_nginx_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp Threads::Threads)

@@ -1,4 +1,30 @@
 # SPDX-License-Identifier: Apache-2.0
+# Each header of the platform on its own, as C where it's for C, and by both standards of C++.
+file(GLOB_RECURSE platform_headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/platform/include ${PROJECT_SOURCE_DIR}/platform/include/*.h)
+set(platform_headers_c)
+set(platform_headers_cxx)
+foreach(header IN LISTS platform_headers)
+  string(MAKE_C_IDENTIFIER ${header} name)
+  foreach(language c cxx)
+    if(language STREQUAL "cxx" OR header MATCHES "^ardv/")
+      file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.${language}
+           CONTENT "#include <${header}>\n#include <${header}>  // a second time does no harm\ntypedef int NeverEmpty;\n" @ONLY)
+      list(APPEND platform_headers_${language} ${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.${language})
+    endif()
+  endforeach()
+endforeach()
+add_library(ardv_platform_headers_c OBJECT ${platform_headers_c})
+set_target_properties(ardv_platform_headers_c PROPERTIES C_STANDARD 11 C_EXTENSIONS OFF)
+foreach(standard 17 20)
+  add_library(ardv_platform_headers_cxx${standard} OBJECT ${platform_headers_cxx})
+  set_target_properties(ardv_platform_headers_cxx${standard} PROPERTIES CXX_STANDARD ${standard} CXX_EXTENSIONS OFF)
+  target_compile_options(ardv_platform_headers_cxx${standard} PRIVATE -Wnon-virtual-dtor)
+endforeach()
+foreach(target ardv_platform_headers_c ardv_platform_headers_cxx17 ardv_platform_headers_cxx20)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror)
+  target_link_libraries(${target} PRIVATE ardv_platform_headers PkgConfig::jsoncpp)
+endforeach()
+
 # ardv_platform_tests: what the headers of platform/include/ardv promise of every platform, against the one that is linked.
 set(platform_sources
   unit/platform/error_test.cpp
@@ -33,11 +59,12 @@ endif()
 ardv_add_test(ardv_platform_tests ${platform_sources})
 target_compile_definitions(ardv_platform_tests PRIVATE
   ARDV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ARDV_VERSION="${PROJECT_VERSION}")
-target_link_libraries(ardv_platform_tests PRIVATE ardvplatform ardv_key_value_text)
+target_link_libraries(ardv_platform_tests PRIVATE
+  ardvplatform ardv_key_value_text ardv_platform_headers_c ardv_platform_headers_cxx17 ardv_platform_headers_cxx20)
 
 # Parts of the generic-Linux platform that the library keeps to itself; they are compiled in.
 if(ARDV_PLATFORM STREQUAL "linux")
-  set(platform_parts error file nginx_server process web_settings)
+  set(platform_parts error file nginx_server port_number process web_settings)
   list(TRANSFORM platform_parts REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/platform/linux/\\1.cpp")
   ardv_add_test(ardv_platform_parts_tests
     unit/platform/nginx_configuration_test.cpp

@@ -7,6 +7,7 @@
 #include <ardv/firewall_service.h>
 #include <ardv/key_value_file.h>
 #include <ardv/network.h>
+#include <ardv/port_mapping.h>
 #include <ardv/system_service.h>
 #include <ardv/user_agent.h>
 #include <ardv/web_service.h>
@@ -31,6 +32,7 @@ static int CountWorkingNetworkCalls(void) {
 static int CountWorkingServiceCalls(void) {
     ARDV_FW_SERVICE_LIST* list = NULL;
     ARDV_DDNS_CONFIG config;
+    int routerPort = 1;
     const int count = ARDVFwServiceEnum(&list);
     const ARDV_FW_SERVICE* service = ARDVFWServiceFind(list, "dms");
     int working = 0;
@@ -40,6 +42,7 @@ static int CountWorkingServiceCalls(void) {
     working += ARDVDDNSConfigGet("no/provider", &config) < 0 && config.hostname[0] == '\0';
     working += ARDVInetdServiceIsEnable("no-such-server") == 0;
     working += ARDVServiceIsHttpDefaultConf() >= 0;
+    working += ALibArdvPortMapGetRouterPort(0, &routerPort) < 0 && routerPort == 0;
     return working;
 }
 
