@@ -12,6 +12,7 @@
 
 #include "command_error.h"
 #include "config_file.h"
+#include "edit_lock.h"
 #include "output.h"
 #include "permission_file.h"
 #include "table.h"
@@ -104,16 +105,10 @@ ExitCode List(const Session& session) {
     return kExitSuccess;
 }
 
-/** Brings the file up to date with the device, and returns its list. */
-Json::Value UpToDatePermissions() {
-    ReadPermissions();  // refuses a damaged file, which the library would move aside
-    MakeConfigFolder(kDefaultConfigFile);
-    const ServicePermission update(true);
-    return ReadPermissions();
-}
-
 ExitCode Choose(const Session& session, const std::string& group, bool isPermitted) {
-    Json::Value list = UpToDatePermissions();
+    MakeConfigFolder(kDefaultConfigFile);
+    const EditLock lock(PermissionFile());
+    Json::Value list = UpdatePermissions();
     const auto entry = EntryOf(list, group);
     if (entry == list.size() && (ServicePermission::GetMaskVal(group) & GroupsOnDevice()) == 0) {
         throw CommandError(kExitUser, "the group " + group + " is " + kNotHere + ": none of its services is on (" +

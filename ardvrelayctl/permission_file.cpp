@@ -35,6 +35,12 @@ Json::Value ReadPermissions() {
     return list;
 }
 
+Json::Value UpdatePermissions() {
+    ReadPermissions();  // refuses a damaged file, which the library would move aside
+    const ServicePermission update(true);
+    return ReadPermissions();
+}
+
 std::vector<std::string> GroupNames() {
     std::vector<std::string> names;
     for (const auto& group : ServicePermission::MaskToJson(0)) {

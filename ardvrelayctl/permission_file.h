@@ -26,6 +26,12 @@ JsonFile PermissionFile();
  */
 Json::Value ReadPermissions();
 
+/**
+ * Brings the permission file up to date with the device, and returns its list. Its folder must be there, and an edit lock
+ * on it be held. Throws as `ReadPermissions`.
+ */
+Json::Value UpdatePermissions();
+
 /** The groups' names, in the order of the library's table. */
 std::vector<std::string> GroupNames();
 
