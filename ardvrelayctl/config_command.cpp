@@ -136,7 +136,7 @@ void PrintFinding(const Finding& finding) {
     std::cout << Printable(finding.reason) << '\n';
 }
 
-void PrintFindings(const std::vector<Finding>& findings, bool isValid, bool asJson) {
+void PrintFindings(const std::vector<Finding>& findings, ExitCode exitCode, bool asJson) {
     if (!asJson) {
         std::for_each(findings.begin(), findings.end(), PrintFinding);
         if (findings.empty()) {
@@ -145,10 +145,13 @@ void PrintFindings(const std::vector<Finding>& findings, bool isValid, bool asJs
         return;
     }
     Json::Value report(Json::objectValue);
-    report["valid"] = isValid;
+    report["valid"] = exitCode == kExitSuccess;
     report["findings"] = Json::Value(Json::arrayValue);
     for (const auto& finding : findings) {
         report["findings"].append(AsJson(finding));
+    }
+    if (exitCode != kExitSuccess) {
+        AddFailure(report, "the configuration has faults", exitCode);
     }
     PrintJson(report);
 }
@@ -162,8 +165,9 @@ ExitCode Check(const Session& session, const ConfigOptions& options) {
     }
     const bool isValid = std::none_of(findings.begin(), findings.end(),
                                       [&](const Finding& finding) { return finding.isError || options.strict; });
-    PrintFindings(findings, isValid, session.json);
-    return isValid ? kExitSuccess : kExitConfig;
+    const auto exitCode = isValid ? kExitSuccess : kExitConfig;
+    PrintFindings(findings, exitCode, session.json);
+    return exitCode;
 }
 
 using Action = ExitCode (*)(const Session&, const ConfigOptions&);

@@ -34,6 +34,8 @@ TEST_P(ArdvrelayctlFinding, NamesFileKeyLevelAndReason) {
     const bool isError = GetParam().level == std::string("error");
     const auto report = RunJson({"config", "check", kFile});
     EXPECT_EQ(report["valid"], !isError);
+    EXPECT_EQ(report["exit_code"], isError ? Json::Value(78) : Json::Value());
+    EXPECT_EQ(report.isMember("error"), isError);
     ASSERT_EQ(report["findings"].size(), 1U) << report;
     const auto& finding = report["findings"][0];
     EXPECT_EQ(finding["file"], kFile);
