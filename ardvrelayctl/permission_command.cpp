@@ -63,10 +63,11 @@ GroupState StateOf(const std::string& group, const Json::Value& list, std::uint3
     if ((ServicePermission::GetMaskVal(group) & onDevice) == 0) {
         return kAbsent;
     }
-    if ((ServicePermission::GetMaskVal(group) & ServicePermission::JsonToMask(list)) != 0) {
-        return kPermitted;
+    if (!ServicePermission::IsChosen(list, group)) {
+        return kDenied;
     }
-    return EntryOf(list, group) == list.size() ? kNew : kDenied;
+    const bool isInEffect = (ServicePermission::GetMaskVal(group) & ServicePermission::JsonToMask(list)) != 0;
+    return isInEffect ? kPermitted : kNew;
 }
 
 std::string Listed(const std::vector<std::string>& words) {
