@@ -62,12 +62,17 @@ ExitCode Run(int argc, char** argv) {
     Session session;
     bool verbose = false;
     app.set_version_flag("--version", "ardvrelayctl " ARDV_VERSION);
-    app.add_option("--config", session.configFile, "Main configuration file")->type_name("FILE")->capture_default_str();
+    const auto* config = app.add_option("--config", session.configFile, "Main configuration file")
+                             ->type_name("FILE")
+                             ->capture_default_str();
     app.add_flag("--verbose", verbose, "Show the library's log on standard error");
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(ExitCodeHelp());
-    app.parse_complete_callback([&] { SetVerbosity(verbose, log); });
+    app.parse_complete_callback([&] {
+        session.isConfigNamed = config->count() > 0;
+        SetVerbosity(verbose, log);
+    });
     for (const auto& add : kAddCommands) {
         add(app, session);
     }

@@ -122,6 +122,7 @@ void PrintAll(const std::vector<ServiceState>& states, bool asJson) {
 }
 
 ExitCode List(const Session& session, const ServiceOptions& options) {
+    CheckNamedFile(session);
     const auto conf = LoadOrDefault(session.configFile, Services::kRead);
     if (options.all) {
         PrintAll(SurveyServices(conf), session.json);
