@@ -32,6 +32,7 @@ struct Action {
 };
 
 constexpr std::size_t kMaxRecordedExtra = 1024;
+constexpr const char kNotSet[] = "not_set";
 constexpr const char kNotRecorded[] = "the outcome could not be recorded in the alias status file";
 
 constexpr Action kActions[] = {
@@ -120,18 +121,23 @@ ExitCode ShowStatus(const Session& session, const AliasOptions& options) {
     std::string word;
     std::string extra;
     if (alias.empty() || !AliasStatus().GetStatus(alias, word, extra) || word.empty()) {
-        word = "not_set";
+        word = kNotSet;
     }
+    const auto exitCode = ExitCodeOf(ResultOfWord(word));
     if (session.json) {
         Json::Value report(Json::objectValue);
         report["alias"] = alias;
         report["status"] = word;
         report["extra"] = extra;
+        if (exitCode != kExitSuccess) {
+            AddFailure(report, word == kNotSet ? "no outcome is recorded" : "the last request failed: " + word,
+                       exitCode);
+        }
         PrintJson(report);
     } else {
         std::cout << Excerpt(word) << (extra.empty() ? "" : ": " + Excerpt(extra)) << '\n';
     }
-    return ExitCodeOf(ResultOfWord(word));
+    return exitCode;
 }
 
 std::string UrlFault(const std::string& url) {

@@ -3,6 +3,7 @@
 
 #include <iostream>
 
+#include "exit_code.h"
 #include "output.h"
 #include "table.h"
 #include "text.h"
@@ -62,6 +63,10 @@ const char* RetryWordOf(ALIAS_RET ret) {
     return row ? row->word : "";
 }
 
+std::string FailureOf(const Outcome& outcome) {
+    return ReasonOf(outcome) + (outcome.extra.empty() ? std::string() : " (" + Excerpt(outcome.extra) + ")");
+}
+
 Json::Value Masked(const Json::Value& fields) {
     Json::Value masked = fields;
     for (const auto& key : masked.getMemberNames()) {
@@ -88,6 +93,9 @@ Json::Value OutcomeAsJson(const std::string& action, const std::string& alias, c
     if (!outcome.answer.isNull()) {
         report["answer"] = outcome.answer;
     }
+    if (outcome.ret != ALIAS_RET_SUCCESS) {
+        AddFailure(report, FailureOf(outcome), ExitCodeOf(outcome.ret));
+    }
     return report;
 }
 
@@ -97,7 +105,7 @@ void PrintOutcome(const Outcome& outcome) {
         PrintMembers(outcome.answer);
     }
     if (outcome.ret != ALIAS_RET_SUCCESS) {
-        Complain(ReasonOf(outcome) + (outcome.extra.empty() ? "" : " (" + Excerpt(outcome.extra) + ")"));
+        Complain(FailureOf(outcome));
     }
 }
 

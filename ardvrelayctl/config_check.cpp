@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "config_check.h"
 
-#include <filesystem>
 #include <optional>
 #include <set>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "configuration.h"
 #include "dotted_key.h"
 #include "json_file.h"
+#include "permission_file.h"
 #include "table.h"
 #include "text.h"
 
@@ -24,6 +24,10 @@ using namespace ARDV::Relay;
 namespace {
 
 constexpr std::size_t kMaxFindings = 200;
+
+// The library reads it from this place, wherever the main configuration stands.
+constexpr const char kEnvironmentFile[] = "/usr/ardv/etc/ardvrelayd/env.conf";
+
 constexpr const char* kServers[] = {"server_global", "server_control", "server_waitcmd"};
 
 // Of the full form that is shown and never stored.
@@ -290,11 +294,9 @@ std::vector<Finding> CheckConfiguration(const std::string& path, bool isNamed) {
     return Run({ConfigurationFile(path), CheckMain, isNamed ? MissingFile : MissingSettings});
 }
 
-std::vector<Finding> CheckNeighbours(const std::string& path) {
-    const auto folder = std::filesystem::path(path).parent_path();
-    auto findings = Run({{"the environment file", folder / "env.conf"}, CheckEnvironment, MissingNeighbour});
-    const auto permissions =
-        Run({{"the permission file", folder / "services.conf"}, CheckPermissions, MissingNeighbour});
+std::vector<Finding> CheckNeighbours() {
+    auto findings = Run({{"the environment file", kEnvironmentFile}, CheckEnvironment, MissingNeighbour});
+    const auto permissions = Run({PermissionFile(), CheckPermissions, MissingNeighbour});
     findings.insert(findings.end(), permissions.begin(), permissions.end());
     return findings;
 }

@@ -23,8 +23,8 @@ struct Finding {
  */
 std::vector<Finding> CheckConfiguration(const std::string& path, bool isNamed);
 
-/** Checks the files that stand beside the main configuration, where they exist: environment and permissions. */
-std::vector<Finding> CheckNeighbours(const std::string& path);
+/** Checks the device's environment and permission files, where they exist. */
+std::vector<Finding> CheckNeighbours();
 
 /**
  * What keeps a configuration of these settings from being valid, in words. A setting that is merely wrong, and ignored or

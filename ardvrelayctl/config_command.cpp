@@ -32,6 +32,7 @@ struct ConfigOptions {
 };
 
 ExitCode Show(const Session& session, const ConfigOptions& options) {
+    CheckNamedFile(session);
     const auto conf = LoadOrDefault(session.configFile, Services::kRead);
     const Json::Value shown = Shown(options.full ? WithRunTime(conf) : AsSaved(conf), options.showSecrets);
     if (session.json) {
@@ -58,6 +59,7 @@ Json::Value ValueOfKey(const Session& session, const std::string& key) {
 }
 
 ExitCode Get(const Session& session, const ConfigOptions& options) {
+    CheckNamedFile(session);
     const Json::Value value = ShownMember(options.key, ValueOfKey(session, options.key), options.showSecrets);
     if (session.json) {
         Json::Value report(Json::objectValue);
@@ -136,7 +138,7 @@ void PrintFinding(const Finding& finding) {
     std::cout << Printable(finding.reason) << '\n';
 }
 
-void PrintFindings(const std::vector<Finding>& findings, bool isValid, bool asJson) {
+void PrintFindings(const std::vector<Finding>& findings, ExitCode exitCode, bool asJson) {
     if (!asJson) {
         std::for_each(findings.begin(), findings.end(), PrintFinding);
         if (findings.empty()) {
@@ -145,25 +147,29 @@ void PrintFindings(const std::vector<Finding>& findings, bool isValid, bool asJs
         return;
     }
     Json::Value report(Json::objectValue);
-    report["valid"] = isValid;
+    report["valid"] = exitCode == kExitSuccess;
     report["findings"] = Json::Value(Json::arrayValue);
     for (const auto& finding : findings) {
         report["findings"].append(AsJson(finding));
+    }
+    if (exitCode != kExitSuccess) {
+        AddFailure(report, "the configuration has faults", exitCode);
     }
     PrintJson(report);
 }
 
 ExitCode Check(const Session& session, const ConfigOptions& options) {
     const bool isNamed = !options.file.empty();
-    auto findings = CheckConfiguration(isNamed ? options.file : session.configFile, isNamed);
+    auto findings = CheckConfiguration(isNamed ? options.file : session.configFile, isNamed || session.isConfigNamed);
     if (!isNamed) {
-        const auto neighbours = CheckNeighbours(session.configFile);
+        const auto neighbours = CheckNeighbours();
         findings.insert(findings.end(), neighbours.begin(), neighbours.end());
     }
     const bool isValid = std::none_of(findings.begin(), findings.end(),
                                       [&](const Finding& finding) { return finding.isError || options.strict; });
-    PrintFindings(findings, isValid, session.json);
-    return isValid ? kExitSuccess : kExitConfig;
+    const auto exitCode = isValid ? kExitSuccess : kExitConfig;
+    PrintFindings(findings, exitCode, session.json);
+    return exitCode;
 }
 
 using Action = ExitCode (*)(const Session&, const ConfigOptions&);
@@ -203,8 +209,10 @@ void AddConfigCommand(CLI::App& app, Session& session) {
     AddKey(
         *AddAction(*config, "unset", "Bring one key, or a group of keys, back to the default", Unset, session, options),
         *options);
-    auto* check =
-        AddAction(*config, "check", "Check the configuration files, and change nothing", Check, session, options);
+    auto* check = AddAction(*config, "check",
+                            "Check the main configuration and the device's env.conf and services.conf, which stand in "
+                            "/usr/ardv/etc/ardvrelayd whatever --config says; nothing is changed",
+                            Check, session, options);
     AddText(*check, "file", options->file, "Check this file alone, as a main configuration", "FILE");
     check->add_flag("--strict", options->strict, "Count warnings as errors");
 }

@@ -6,6 +6,7 @@
 #include "command_error.h"
 #include "config_check.h"
 #include "configuration.h"
+#include "edit_lock.h"
 #include "folder.h"
 
 namespace ardv::ctl {
@@ -33,12 +34,13 @@ void MakeConfigFolder(const std::string& path) {
 }
 
 bool EditSettings(const std::string& path, const std::function<bool(Json::Value&)>& change) {
+    MakeConfigFolder(path);
+    const EditLock lock(ConfigurationFile(path));
     Json::Value settings = ReadSettings(path, Comments::kKeep);
     if (!change(settings)) {
         return false;
     }
     CheckOutcome(path, settings);
-    MakeConfigFolder(path);
     Write(ConfigurationFile(path), settings);
     return true;
 }

@@ -10,7 +10,8 @@ namespace ardv::ctl {
 
 /**
  * Changes something in the main configuration file and leaves everything else in it as it is, comments and keys that
- * the system does not know included. A missing file is made, and for the default path its folder too.
+ * the system does not know included. A missing file is made, and for the default path its folder too. No other run of
+ * the tool changes the file meanwhile.
  *
  * @param change gets the object in the file; false: there is nothing to change
  * @return what `change` returned

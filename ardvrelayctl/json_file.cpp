@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -88,18 +89,6 @@ Json::Value WithoutComments(const Json::Value& value) {
     return bare;
 }
 
-CommandError Unwritable(const JsonFile& file) {
-    const std::string folder = FolderOf(file.path);
-    const std::string text = "cannot write " + file.Name();
-    if (access(folder.c_str(), W_OK | X_OK) == 0) {
-        return {kExitCantCreate, text + " (--verbose tells more)"};
-    }
-    if (errno == EACCES || errno == EPERM) {
-        return {kExitNoPermission, text + ": you may not write to its folder; run this as root"};
-    }
-    return {kExitCantCreate, text + ": its folder: " + std::strerror(errno)};
-}
-
 }  // namespace
 
 std::optional<std::string> ReadText(const JsonFile& file) {
@@ -160,11 +149,23 @@ bool HasKeyTwice(const std::string& text) {
     }
 }
 
+void CheckFolder(const JsonFile& file) {
+    if (access(FolderOf(file.path).c_str(), W_OK | X_OK) == 0) {
+        return;
+    }
+    const std::string text = "cannot write " + file.Name();
+    if (errno == EACCES || errno == EPERM) {
+        throw CommandError(kExitNoPermission, text + ": you may not write to its folder; run this as root");
+    }
+    throw CommandError(kExitCantCreate, text + ": its folder: " + std::strerror(errno));
+}
+
 void Write(const JsonFile& file, const Json::Value& value) {
     const Json::Value sound = ReadsBack(value) ? value : WithoutComments(value);
     Json::Value written;
     if (!RelaydConf::WriteJsonFile(file.path, sound)) {
-        throw Unwritable(file);
+        CheckFolder(file);
+        throw CommandError(kExitCantCreate, "cannot write " + file.Name() + " (--verbose tells more)");
     }
     const auto text = ReadText(file);
     if (!text || Parse(*text, written) || written != sound) {

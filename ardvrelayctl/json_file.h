@@ -46,6 +46,9 @@ std::optional<JsonFault> Parse(const std::string& text, Json::Value& value, Comm
 /** Whether a text that is JSON has a key twice in one object. */
 bool HasKeyTwice(const std::string& text);
 
+/** Throws CommandError, with words for the user, unless this user may write to the file's folder. */
+void CheckFolder(const JsonFile& file);
+
 /**
  * Replaces a file by a value, as `RelaydConf::WriteJsonFile` does, and makes sure that it is there now.
  *

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include <CLI/CLI.hpp>
@@ -46,12 +47,28 @@ bool IsJsonAskedFor(int argc, char** argv) {
     return std::any_of(argv, argv + argc, [](std::string_view argument) { return argument == "--json"; });
 }
 
+// Options alone, without their values: an argument that is not expected may be a password.
+std::string UnexpectedArguments(const CLI::App& app) {
+    std::string options;
+    for (const auto& argument : app.remaining(true)) {
+        if (argument.starts_with('-')) {
+            options += " " + argument.substr(0, argument.find('='));
+        }
+    }
+    return "an argument was not expected" + (options.empty() ? "" : ":" + options);
+}
+
+std::string WordsOf(const CLI::App& app, const CLI::ParseError& problem) {
+    const bool isUnexpected = problem.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+    return isUnexpected ? UnexpectedArguments(app) : WithoutCredentials(problem.what());
+}
+
 ExitCode EndParsing(const CLI::App& app, const CLI::ParseError& problem, bool asJson) {
     if (problem.get_exit_code() == 0) {
         app.exit(problem);  // prints help or version
         return kExitSuccess;
     }
-    Fail(WithoutCredentials(problem.what()), kExitUsage, asJson);
+    Fail(WordsOf(app, problem), kExitUsage, asJson);
     Complain("--help tells more");
     return kExitUsage;
 }
@@ -62,12 +79,17 @@ ExitCode Run(int argc, char** argv) {
     Session session;
     bool verbose = false;
     app.set_version_flag("--version", "ardvrelayctl " ARDV_VERSION);
-    app.add_option("--config", session.configFile, "Main configuration file")->type_name("FILE")->capture_default_str();
+    const auto* config = app.add_option("--config", session.configFile, "Main configuration file")
+                             ->type_name("FILE")
+                             ->capture_default_str();
     app.add_flag("--verbose", verbose, "Show the library's log on standard error");
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(ExitCodeHelp());
-    app.parse_complete_callback([&] { SetVerbosity(verbose, log); });
+    app.parse_complete_callback([&] {
+        session.isConfigNamed = config->count() > 0;
+        SetVerbosity(verbose, log);
+    });
     for (const auto& add : kAddCommands) {
         add(app, session);
     }

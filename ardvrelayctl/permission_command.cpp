@@ -12,6 +12,7 @@
 
 #include "command_error.h"
 #include "config_file.h"
+#include "edit_lock.h"
 #include "output.h"
 #include "permission_file.h"
 #include "table.h"
@@ -62,10 +63,11 @@ GroupState StateOf(const std::string& group, const Json::Value& list, std::uint3
     if ((ServicePermission::GetMaskVal(group) & onDevice) == 0) {
         return kAbsent;
     }
-    if ((ServicePermission::GetMaskVal(group) & ServicePermission::JsonToMask(list)) != 0) {
-        return kPermitted;
+    if (!ServicePermission::IsChosen(list, group)) {
+        return kDenied;
     }
-    return EntryOf(list, group) == list.size() ? kNew : kDenied;
+    const bool isInEffect = (ServicePermission::GetMaskVal(group) & ServicePermission::JsonToMask(list)) != 0;
+    return isInEffect ? kPermitted : kNew;
 }
 
 std::string Listed(const std::vector<std::string>& words) {
@@ -104,16 +106,10 @@ ExitCode List(const Session& session) {
     return kExitSuccess;
 }
 
-/** Brings the file up to date with the device, and returns its list. */
-Json::Value UpToDatePermissions() {
-    ReadPermissions();  // refuses a damaged file, which the library would move aside
-    MakeConfigFolder(kDefaultConfigFile);
-    const ServicePermission update(true);
-    return ReadPermissions();
-}
-
 ExitCode Choose(const Session& session, const std::string& group, bool isPermitted) {
-    Json::Value list = UpToDatePermissions();
+    MakeConfigFolder(kDefaultConfigFile);
+    const EditLock lock(PermissionFile());
+    Json::Value list = UpdatePermissions();
     const auto entry = EntryOf(list, group);
     if (entry == list.size() && (ServicePermission::GetMaskVal(group) & GroupsOnDevice()) == 0) {
         throw CommandError(kExitUser, "the group " + group + " is " + kNotHere + ": none of its services is on (" +

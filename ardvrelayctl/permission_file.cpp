@@ -6,6 +6,7 @@
 #include <relay/service/service_permission.h>
 
 #include "command_error.h"
+#include "output.h"
 
 namespace ardv::ctl {
 
@@ -16,6 +17,11 @@ namespace {
 bool Belongs(const SupportService& service, const std::string& group) {
     return service.group != SERVICE_GROUP_ALWAYS &&
            static_cast<std::uint32_t>(service.group) == ServicePermission::GetMaskVal(group);
+}
+
+bool HasGroup(const Json::Value& list, const std::string& group) {
+    return std::any_of(list.begin(), list.end(),
+                       [&](const Json::Value& element) { return element.isObject() && element["id"] == group; });
 }
 
 }  // namespace
@@ -33,6 +39,19 @@ Json::Value ReadPermissions() {
                                             "groups permitted again");
     }
     return list;
+}
+
+Json::Value UpdatePermissions() {
+    const Json::Value before = ReadPermissions();  // refuses a damaged file, which the library would move aside
+    const ServicePermission update(true);
+    const Json::Value after = ReadPermissions();
+    for (const auto& group : GroupNames()) {
+        if (!ServicePermission::IsChosen(before, group) && !HasGroup(after, group)) {
+            Complain("the denial of the group " + group +
+                     " is dropped, as the group is not on this device now: when it comes back it is permitted");
+        }
+    }
+    return after;
 }
 
 std::vector<std::string> GroupNames() {

@@ -26,6 +26,13 @@ JsonFile PermissionFile();
  */
 Json::Value ReadPermissions();
 
+/**
+ * Brings the permission file up to date with the device, and returns its list. The denial of a group that is not on the
+ * device now is lost by this; the user is told. Its folder must be there, and an edit lock
+ * on it be held. Throws as `ReadPermissions`.
+ */
+Json::Value UpdatePermissions();
+
 /** The groups' names, in the order of the library's table. */
 std::vector<std::string> GroupNames();
 

@@ -10,11 +10,11 @@
 #include <CLI/CLI.hpp>
 
 #include <relay/config/config.h>
-#include <relay/service/service_permission.h>
 
 #include "command_error.h"
 #include "config_file.h"
 #include "configuration.h"
+#include "edit_lock.h"
 #include "output.h"
 #include "permission_file.h"
 #include "service_state.h"
@@ -122,6 +122,7 @@ void PrintAll(const std::vector<ServiceState>& states, bool asJson) {
 }
 
 ExitCode List(const Session& session, const ServiceOptions& options) {
+    CheckNamedFile(session);
     const auto conf = LoadOrDefault(session.configFile, Services::kRead);
     if (options.all) {
         PrintAll(SurveyServices(conf), session.json);
@@ -140,19 +141,31 @@ std::map<std::string, Json::Value> ElementsById(const Json::Value& list) {
     return elements;
 }
 
-/** Replaces the list in the file by these services. What the file says of a service besides its identifier stays. */
-void SaveList(const std::string& path, const std::vector<std::string>& ids) {
-    EditSettings(path, [&](Json::Value& settings) {
-        const auto elements = ElementsById(settings[kList]);
-        Json::Value list(Json::arrayValue);
-        for (const auto& id : ids) {
-            const auto old = elements.find(id);
-            auto& element = list.append(old == elements.end() ? Json::Value(Json::objectValue) : old->second);
-            element["id"] = id;
-        }
-        settings[kList].swapPayload(list);
-        return true;
-    });
+Json::Value& ListOf(Json::Value& settings) {
+    auto& list = settings[kList];
+    if (!list.isArray()) {
+        Json::Value empty(Json::arrayValue);
+        list.swapPayload(empty);
+    }
+    return list;
+}
+
+/** Replaces the list by these services. What the file says of a service besides its identifier stays. */
+void ReplaceList(Json::Value& settings, const std::vector<std::string>& ids) {
+    const auto elements = ElementsById(settings[kList]);
+    Json::Value list(Json::arrayValue);
+    for (const auto& id : ids) {
+        const auto old = elements.find(id);
+        auto& element = list.append(old == elements.end() ? Json::Value(Json::objectValue) : old->second);
+        element["id"] = id;
+    }
+    settings[kList].swapPayload(list);
+}
+
+void AppendToList(Json::Value& settings, const std::string& id) {
+    Json::Value element(Json::objectValue);
+    element["id"] = id;
+    ListOf(settings).append(element);
 }
 
 void Report(const Session& session, const std::string& id, bool isOffered, bool isChanged) {
@@ -176,18 +189,22 @@ CommandError Refusal(const std::string& id) {
 
 ExitCode Add(const Session& session, const ServiceOptions& options) {
     ReadPermissions();  // refuses a damaged file, which the library would move aside
-    auto conf = LoadOrDefault(session.configFile, Services::kRead);
-    auto ids = ListedIds(ReadSettings(session.configFile));
-    const bool isListed = std::find(ids.begin(), ids.end(), options.id) != ids.end();
-    if (!conf.AddServiceById(options.id)) {
-        throw Refusal(options.id);
-    }
-    if (!isListed) {
-        ids.push_back(options.id);
-        SaveList(session.configFile, ids);
-    }
-    Report(session, options.id, true, !isListed);
-    if (!conf.GetEnableConf()) {
+    bool isSwitchedOn = false;
+    const bool isChanged = EditSettings(session.configFile, [&](Json::Value& settings) {
+        auto conf = LoadOrDefault(session.configFile, Services::kRead);
+        if (!conf.AddServiceById(options.id)) {
+            throw Refusal(options.id);
+        }
+        isSwitchedOn = conf.GetEnableConf();
+        const auto ids = ListedIds(settings);
+        if (std::find(ids.begin(), ids.end(), options.id) != ids.end()) {
+            return false;
+        }
+        AppendToList(settings, options.id);
+        return true;
+    });
+    Report(session, options.id, true, isChanged);
+    if (!isSwitchedOn) {
         Complain(kSwitchedOff);
     }
     return kExitSuccess;
@@ -214,17 +231,27 @@ ExitCode Remove(const Session& session, const ServiceOptions& options) {
     return kExitSuccess;
 }
 
+/** The configuration as it is, with the services that are permitted and on. */
+RelaydConf GeneratedConfiguration(const std::string& path) {
+    auto conf = LoadOrDefault(path, Services::kLeaveOut);
+    MakeConfigFolder(kDefaultConfigFile);
+    const EditLock lock(PermissionFile());
+    UpdatePermissions();
+    conf.GenServiceConf();
+    return conf;
+}
+
 ExitCode Generate(const Session& session, const ServiceOptions& /*options*/) {
     ReadPermissions();
-    auto conf = LoadOrDefault(session.configFile, Services::kLeaveOut);
-    MakeConfigFolder(kDefaultConfigFile);
-    const ServicePermission permission(true);
-    conf.GenServiceConf();
+    RelaydConf conf(nullptr);
     Json::Value made(Json::objectValue);
-    conf.Write(made, false);
-    const auto ids = ListedIds(made);
-    SaveList(session.configFile, ids);
-    PrintServices(conf, ids, session.json);
+    EditSettings(session.configFile, [&](Json::Value& settings) {
+        conf = GeneratedConfiguration(session.configFile);
+        conf.Write(made, false);
+        ReplaceList(settings, ListedIds(made));
+        return true;
+    });
+    PrintServices(conf, ListedIds(made), session.json);
     if (!conf.GetEnableConf() && !made["support_channel"]["enabled"].asBool()) {
         Complain(std::string(kSwitchedOff) + "; make the list again then");
     }

@@ -23,19 +23,16 @@ namespace {
 
 /** The owner's choices. */
 struct Choices {
-    std::uint32_t mask;           // of the groups that are permitted
-    std::uint32_t decidedGroups;  // permitted or denied
+    std::uint32_t mask;    // of the groups that are permitted
+    std::uint32_t denied;  // of those that stay denied when the list is made again
 };
 
 Choices ReadChoices() {
-    Json::Value list = ReadPermissions();
+    const Json::Value list = ReadPermissions();
     Choices choices = {ServicePermission::JsonToMask(list), 0};
-    for (auto& element : list) {
-        if (element.isObject()) {
-            element["enabled"] = true;
-        }
+    for (const auto& group : GroupNames()) {
+        choices.denied |= ServicePermission::IsChosen(list, group) ? 0 : ServicePermission::GetMaskVal(group);
     }
-    choices.decidedGroups = ServicePermission::JsonToMask(list);
     return choices;
 }
 
@@ -44,8 +41,8 @@ bool IsPermitted(const SupportService& service, const Choices& choices) {
 }
 
 std::string DenialOf(const SupportService& service, const Choices& choices) {
-    const bool isDecided = (static_cast<std::uint32_t>(service.group) & choices.decidedGroups) != 0;
-    if (!isDecided || IsPermitted(service, choices)) {
+    const bool isDenied = (static_cast<std::uint32_t>(service.group) & choices.denied) != 0;
+    if (!isDenied || IsPermitted(service, choices)) {
         return {};
     }
     const std::string group = GroupOf(service);

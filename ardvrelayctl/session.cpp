@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "command_error.h"
+
 namespace ardv::ctl {
 
 namespace {
@@ -12,6 +14,13 @@ std::string TextFault(const std::string& text) {
 }
 
 }  // namespace
+
+void CheckNamedFile(const Session& session) {
+    const auto file = ConfigurationFile(session.configFile);
+    if (session.isConfigNamed && !ReadText(file)) {
+        throw CommandError(kExitConfig, file.Name() + " does not exist");
+    }
+}
 
 CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Session& session) {
     auto* command = parent.add_subcommand(name, help);

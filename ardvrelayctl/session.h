@@ -9,7 +9,6 @@
 namespace CLI {
 class App;
 class Option;
-class Option;
 }  // namespace CLI
 
 namespace ardv::ctl {
@@ -17,9 +16,17 @@ namespace ardv::ctl {
 /** What holds for every command of one run of the tool. */
 struct Session {
     std::string configFile = kDefaultConfigFile;
+    bool isConfigNamed = false;  ///< by the user
     bool json = false;
     ExitCode exitCode = kExitSuccess;  ///< set by the command that has run
 };
+
+/**
+ * For a command that reads the main configuration and can do without the file.
+ *
+ * @throws CommandError if the user named a file that isn't there: the defaults are not what is meant then
+ */
+void CheckNamedFile(const Session& session);
 
 /** Adds a command that does something, with its option "--json". */
 CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Session& session);

@@ -91,20 +91,6 @@ bool AsBool(const Json::Value& value) {
     return value.isConvertibleTo(Json::booleanValue) && value.asBool();
 }
 
-bool IsChosen(const Json::Value& saved, const std::string& id) {
-    for (const auto& element : saved) {
-        const auto* enabled = JsonText::Member(element, "enabled");
-        if (!enabled || !JsonText::Member(element, "id")) {
-            RELAY_LOG_AT(236, LOG_ERR, "Invalid service found");
-            continue;
-        }
-        if (JsonText::StringMember(element, "id") == id) {
-            return AsBool(*enabled);
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 ServicePermission::ServicePermission(bool generate) {
@@ -149,6 +135,23 @@ std::uint32_t ServicePermission::JsonToMask(const Json::Value& list) {
         }
     }
     return mask;
+}
+
+bool ServicePermission::IsChosen(const Json::Value& list, const std::string& id) {
+    if (!list.isArray()) {
+        return true;
+    }
+    for (const auto& element : list) {
+        const auto* enabled = JsonText::Member(element, "enabled");
+        if (!enabled || !JsonText::Member(element, "id")) {
+            RELAY_LOG_AT(236, LOG_ERR, "Invalid service found");
+            continue;
+        }
+        if (JsonText::StringMember(element, "id") == id) {
+            return AsBool(*enabled);
+        }
+    }
+    return true;
 }
 
 bool ServicePermission::IsServiceEnabled(const SupportService* service, std::uint32_t mask) const {

@@ -49,6 +49,15 @@ public:
     static std::uint32_t JsonToMask(const Json::Value& list);
 
     /**
+     * The owner's choice for a group, as `GenPermissionConf` finds it: the first element of `list` that has "id" and
+     * "enabled", and this "id", decides. Its "enabled" is true, or a number other than 0, for a group that is permitted.
+     * An element that lacks one of the two is reported at level 3.
+     *
+     * @return true if no element decides, and if `list` is no array
+     */
+    static bool IsChosen(const Json::Value& list, const std::string& id);
+
+    /**
      * Whether a service is permitted and on. These tests must pass, in this order:
      *
      * 1. its group has a bit in common with `mask` or the stored mask;

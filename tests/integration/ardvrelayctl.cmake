@@ -4,6 +4,7 @@ ardv_add_test(ardv_ctl_tests
   integration/ardvrelayctl_check_test.cpp
   integration/ardvrelayctl_config_test.cpp
   integration/ardvrelayctl_identity_test.cpp
+  integration/ardvrelayctl_lock_test.cpp
   integration/ardvrelayctl_rights_test.cpp
   integration/ardvrelayctl_service_test.cpp
   integration/ardvrelayctl_walk_test.cpp

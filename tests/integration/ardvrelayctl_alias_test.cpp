@@ -125,6 +125,12 @@ TEST_F(ArdvrelayctlAlias, PrintsJsonForPrograms) {
     const auto refused = Parse(Alias({"keep-alive", "--json"}).out);
     EXPECT_EQ(refused["retry"], "user");
     EXPECT_EQ(refused["code"], 11);
+    EXPECT_EQ(refused["exit_code"], 3);
+    EXPECT_EQ(refused["error"], "the server refuses the device's address");
+    const auto status = Parse(Alias({"status", "--json"}).out);
+    EXPECT_EQ(status["exit_code"], 3);
+    EXPECT_THAT(status["error"].asString(), HasSubstr(status["status"].asString()));
+    EXPECT_FALSE(mapped.isMember("error") || mapped.isMember("exit_code"));
 }
 
 TEST_F(ArdvrelayctlAlias, MasksSecretsInADryRunAndSendsNothing) {

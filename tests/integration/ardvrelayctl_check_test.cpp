@@ -34,6 +34,8 @@ TEST_P(ArdvrelayctlFinding, NamesFileKeyLevelAndReason) {
     const bool isError = GetParam().level == std::string("error");
     const auto report = RunJson({"config", "check", kFile});
     EXPECT_EQ(report["valid"], !isError);
+    EXPECT_EQ(report["exit_code"], isError ? Json::Value(78) : Json::Value());
+    EXPECT_EQ(report.isMember("error"), isError);
     ASSERT_EQ(report["findings"].size(), 1U) << report;
     const auto& finding = report["findings"][0];
     EXPECT_EQ(finding["file"], kFile);
@@ -98,6 +100,22 @@ TEST_F(ArdvrelayctlCheck, WarnsWhereTheDefaultsHold) {
     EXPECT_EQ(Check({"/etc/nonesuch.conf"}).exitCode, 78) << "a file that is named must be there";
 }
 
+TEST_F(ArdvrelayctlCheck, TakesNoDefaultsForAFileThatIsNamedAndMissing) {
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{"config", "check"},
+                                                                       {"config", "show"},
+                                                                       {"config", "get", "log_level"},
+                                                                       {"service", "list"},
+                                                                       {"service", "list", "--all"}}) {
+        EXPECT_EQ(Run(arguments).exitCode, 0) << arguments[1];
+        auto named = arguments;
+        named.insert(named.begin(), {"--config", "/etc/nonesuch.conf"});
+        const auto result = Run(named);
+        EXPECT_EQ(result.exitCode, 78) << arguments[1];
+        EXPECT_THAT(result.out + result.err, HasSubstr("does not exist"));
+    }
+    EXPECT_EQ(Run({"--config", "/etc/new.conf", "config", "set", "log_level", "5"}).exitCode, 0) << "which makes it";
+}
+
 struct NeighbourCase {
     const char* name;
     const char* file;
@@ -109,8 +127,9 @@ struct NeighbourCase {
 class ArdvrelayctlNeighbour : public ArdvrelayctlCheck, public testing::WithParamInterface<NeighbourCase> {};
 
 TEST_P(ArdvrelayctlNeighbour, IsCheckedTooUnlessAFileIsNamed) {
-    const std::string file = std::string("/etc/other/") + GetParam().file;
+    const std::string file = std::string(kConfigFolder) + "/" + GetParam().file;
     WriteText("/etc/other/main.conf", "{}");
+    WriteText(std::string("/etc/other/") + GetParam().file, "is read by nobody");
     WriteText(file, GetParam().text);
     const auto report = RunJson({"--config", "/etc/other/main.conf", "config", "check"});
     ASSERT_EQ(report["findings"].size(), 1U) << report;

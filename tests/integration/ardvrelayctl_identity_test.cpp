@@ -165,6 +165,19 @@ TEST_F(ArdvrelayctlIdentity, TakesAnApiKeyWholeOrNotAtAll) {
     EXPECT_THAT(ReadText(kIdentityFile), HasSubstr("api_key=\"s3cret\"\n"));
 }
 
+TEST_F(ArdvrelayctlIdentity, NamesOptionsThatItDoesNotKnowWithoutTheirValues) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"--password", "s3cret"}, {"--password=s3cret"}}) {
+        auto command = arguments;
+        command.insert(command.begin(), {"alias", "map", "--json"});
+        const auto result = Run(command);
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_THAT(result.err, HasSubstr("not expected: --password\n"));
+        EXPECT_EQ(JsonOf(result.out)["error"], "an argument was not expected: --password");
+        EXPECT_THAT(result.out + result.err, Not(HasSubstr("s3cret")));
+    }
+}
+
 TEST_F(ArdvrelayctlIdentity, RefusesWrongSerialNumbersAndAddresses) {
     const std::string text = ReadText(kIdentityFile);
     for (const std::string& serial : {std::string(), std::string(36, 'x'), std::string("a b"), std::string("a\"b"),

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <filesystem>
 
 #include "ardvrelayctl_device.h"
@@ -277,6 +278,54 @@ TEST_F(ArdvrelayctlPermission, ListsTheGroupsAndTheirServices) {
     const auto result = Run({"permission", "list"});
     EXPECT_THAT(result.out, HasSubstr("\nfile_sharing  permitted  "));
     EXPECT_THAT(result.out, HasSubstr("\nfilara        not on this device  "));
+}
+
+struct ChoiceCase {
+    const char* name;
+    const char* text;
+    const char* before;
+    const char* after;
+};
+
+class ArdvrelayctlChoice : public ArdvrelayctlPermission, public testing::WithParamInterface<ChoiceCase> {};
+
+TEST_P(ArdvrelayctlChoice, IsShownAsTheNextListFollowsIt) {
+    WriteText(kConfigFile, R"({"tethra":{"enabled":true}})");
+    WriteText(kPermissionFile, GetParam().text);
+    EXPECT_EQ(StateOf("hos_portal"), GetParam().before);
+    Service({"generate"});
+    EXPECT_EQ(StateOf("hos_portal"), GetParam().after);
+    const auto ids = Ids(List());
+    EXPECT_EQ(std::find(ids.begin(), ids.end(), "hos_portal") != ids.end(),
+              GetParam().after == std::string("permitted"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachSpelling, ArdvrelayctlChoice,
+    testing::Values(ChoiceCase{"True", R"([{"id":"hos_portal","enabled":true}])", "permitted", "permitted"},
+                    ChoiceCase{"Number", R"([{"id":"hos_portal","enabled":1}])", "new", "permitted"},
+                    ChoiceCase{"Zero", R"([{"id":"hos_portal","enabled":0}])", "denied", "denied"},
+                    ChoiceCase{"Text", R"([{"id":"hos_portal","enabled":"true"}])", "denied", "denied"},
+                    ChoiceCase{"NoChoice", R"([{"id":"hos_portal"}])", "new", "permitted"},
+                    ChoiceCase{"FirstOfTwo",
+                               R"([{"id":"hos_portal","enabled":false},{"id":"hos_portal","enabled":true}])", "denied",
+                               "denied"},
+                    ChoiceCase{"TheOneWithBothMembers", R"([{"id":"hos_portal"},{"id":"hos_portal","enabled":false}])",
+                               "denied", "denied"}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(ArdvrelayctlPermission, SaysWhichDenialsItDrops) {
+    const std::string text = R"([{"id":"filara","enabled":false},{"id":"pictara","enabled":true},
+                                 {"id":"hos_portal","enabled":false}])";
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"permission", "deny", "mobile_apps"}, {"service", "generate"}}) {
+        WriteText(kPermissionFile, text);
+        const auto result = Run(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_THAT(result.err, HasSubstr("the denial of the group filara is dropped"));
+        EXPECT_THAT(result.err, Not(HasSubstr("pictara")));
+        EXPECT_THAT(result.err, Not(HasSubstr("hos_portal")));
+    }
 }
 
 TEST_F(ArdvrelayctlPermission, ChangesOneEntryOfAFileThatIsUpToDate) {
