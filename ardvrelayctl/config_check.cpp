@@ -252,6 +252,9 @@ std::optional<Json::Value> ParseFor(const std::string& text, Findings& findings)
         findings.Error("", "is not JSON: " + PlaceOf(*fault) + fault->reason);
         return std::nullopt;
     }
+    if (const auto fault = TextBehind(text, value)) {
+        findings.Error("", PlaceOf(*fault) + fault->reason);
+    }
     if (HasKeyTwice(text)) {
         findings.Warning("", "has a key twice in one object: the last one counts");
     }

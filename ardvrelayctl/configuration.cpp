@@ -21,6 +21,10 @@ Json::Value ParseObject(const std::string& path, const std::string& text, Commen
     if (Parse(text, value, comments) || !value.isObject()) {
         throw Unusable(path, ": it is not a JSON object ('ardvrelayctl config check' tells more)");
     }
+    // An edit would lose it.
+    if (comments == Comments::kKeep && TextBehind(text, value)) {
+        throw Unusable(path, ": there is more text behind its object ('ardvrelayctl config check' tells where)");
+    }
     return value;
 }
 

@@ -34,7 +34,7 @@ enum class Services { kLeaveOut, kRead };
 ARDV::Relay::RelaydConf LoadConfiguration(const std::string& path);
 
 /** The object in the main configuration file; an empty one if there is no such file. Throws as `LoadConfiguration`, but
- * doesn't look at the settings. */
+ * doesn't look at the settings. With comments kept it is to be written again: text behind the object is refused then. */
 Json::Value ReadSettings(const std::string& path, Comments comments = Comments::kDrop);
 
 /**

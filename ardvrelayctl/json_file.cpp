@@ -78,6 +78,28 @@ JsonFault FaultAt(const std::string& text, std::ptrdiff_t offset, const std::str
     return fault;
 }
 
+/** Where a comment ends that begins at `at`; `at` itself if none does. */
+std::size_t EndOfComment(std::string_view text, std::size_t at) {
+    const auto begin = text.substr(at, 2);
+    if (begin == "//") {
+        return std::min(text.find_first_of("\r\n", at), text.size());
+    }
+    const auto end = begin == "/*" ? text.find("*/", at + 2) : std::string_view::npos;
+    return end == std::string_view::npos ? at : end + 2;
+}
+
+/** The first place from `at` on that is neither blank nor comment; the text's size if there is none. */
+std::size_t SkipBlanksAndComments(std::string_view text, std::size_t at) {
+    while (at < text.size()) {
+        const auto word = std::min(text.find_first_not_of(" \t\r\n", at), text.size());
+        at = EndOfComment(text, word);
+        if (at == word) {
+            break;
+        }
+    }
+    return at;
+}
+
 bool ReadsBack(const Json::Value& value) {
     Json::Value back;
     return !Parse(Json::StyledWriter().write(value), back) && back == value;
@@ -133,6 +155,14 @@ std::optional<JsonFault> Parse(const std::string& text, Json::Value& value, Comm
     const auto errors = reader.getStructuredErrors();
     return errors.empty() ? FaultAt(text, 0, "no JSON value")
                           : FaultAt(text, errors.front().offset_start, errors.front().message);
+}
+
+std::optional<JsonFault> TextBehind(const std::string& text, const Json::Value& value) {
+    const auto end = static_cast<std::size_t>(std::max<std::ptrdiff_t>(value.getOffsetLimit(), 0));
+    const auto at = SkipBlanksAndComments(text, std::min(end, text.size()));
+    return at == text.size()
+               ? std::nullopt
+               : std::optional(FaultAt(text, static_cast<std::ptrdiff_t>(at), "there is more text behind the value"));
 }
 
 // The parser that the library uses doesn't tell; this one does, and takes whatever that one takes.

@@ -43,6 +43,15 @@ enum class Comments { kDrop, kKeep };
  */
 std::optional<JsonFault> Parse(const std::string& text, Json::Value& value, Comments comments = Comments::kDrop);
 
+/**
+ * What stands behind the first value of a text that is JSON, other than blanks and comments. The library passes over it,
+ * and it is lost when the file is written again.
+ *
+ * @param value as `Parse` made it of this text
+ * @return no value if nothing does; else where it begins
+ */
+std::optional<JsonFault> TextBehind(const std::string& text, const Json::Value& value);
+
 /** Whether a text that is JSON has a key twice in one object. */
 bool HasKeyTwice(const std::string& text);
 

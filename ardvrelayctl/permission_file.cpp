@@ -24,6 +24,19 @@ bool HasGroup(const Json::Value& list, const std::string& group) {
                        [&](const Json::Value& element) { return element.isObject() && element["id"] == group; });
 }
 
+CommandError Damaged(const std::string& reason) {
+    return {kExitConfig, PermissionFile().Name() + " is damaged: " + reason};
+}
+
+/** Refuses what would be lost when the file is written again. */
+void CheckNothingBehind() {
+    const auto text = ReadText(PermissionFile());
+    Json::Value list;
+    if (text && !Parse(*text, list) && TextBehind(*text, list)) {
+        throw Damaged("there is more text behind its array ('ardvrelayctl config check' tells where)");
+    }
+}
+
 }  // namespace
 
 JsonFile PermissionFile() {
@@ -34,15 +47,14 @@ Json::Value ReadPermissions() {
     const auto text = ReadText(PermissionFile());
     Json::Value list(Json::arrayValue);
     if (text && (Parse(*text, list) || !list.isArray())) {
-        throw CommandError(kExitConfig, PermissionFile().Name() +
-                                            " is damaged: it is not a JSON array. Correct it, or remove it to have all "
-                                            "groups permitted again");
+        throw Damaged("it is not a JSON array. Correct it, or remove it to have all groups permitted again");
     }
     return list;
 }
 
 Json::Value UpdatePermissions() {
     const Json::Value before = ReadPermissions();  // refuses a damaged file, which the library would move aside
+    CheckNothingBehind();
     const ServicePermission update(true);
     const Json::Value after = ReadPermissions();
     for (const auto& group : GroupNames()) {

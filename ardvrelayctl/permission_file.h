@@ -29,7 +29,7 @@ Json::Value ReadPermissions();
 /**
  * Brings the permission file up to date with the device, and returns its list. The denial of a group that is not on the
  * device now is lost by this; the user is told. Its folder must be there, and an edit lock
- * on it be held. Throws as `ReadPermissions`.
+ * on it be held. Throws as `ReadPermissions`, and if there is more text behind the list.
  */
 Json::Value UpdatePermissions();
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
+#include <utility>
 
 #include "ardvrelayctl_device.h"
 
@@ -58,6 +59,10 @@ INSTANTIATE_TEST_SUITE_P(
         CheckCase{"Nothing", "", "error", "", "line 1, column 1"},
         CheckCase{"DeepNesting", "{\"a\":" + std::string(5000, '['), "error", "", "too many values within each other"},
         CheckCase{"TwoMebibytes", std::string(2U << 20U, ' '), "error", "", "too large"},
+        CheckCase{"SecondObject", "{} // once\n/* and */\n  {\"a\":1}", "error", "",
+                  "line 3, column 3: there is more text"},
+        CheckCase{"RubbishBehind", "{}\n}", "error", "", "line 2, column 1: there is more text"},
+        CheckCase{"OpenCommentBehind", "{} /* {", "error", "", "line 1, column 4: there is more text"},
         CheckCase{"Array", "[]", "error", "", "must be a JSON object"},
         CheckCase{"KeyTwice", R"({"log_level":4,"log_level":5})", "warning", "", "has a key twice"},
         CheckCase{"UnknownKey", R"({"nonesuch":1})", "warning", "nonesuch", "is not known"},
@@ -92,6 +97,32 @@ TEST_F(ArdvrelayctlCheck, FindsNoFaultInAGoodFile) {
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "no fault found\n");
     EXPECT_EQ(RunJson({"config", "check"}), JsonOf(R"({"valid":true,"findings":[]})"));
+}
+
+TEST_F(ArdvrelayctlCheck, FindsNoFaultInCommentsBehindTheObject) {
+    WriteText(kFile, "{} // one\n/* two */\n//three");
+    EXPECT_EQ(Check({kFile, "--strict"}).out, "no fault found\n");
+}
+
+TEST_F(ArdvrelayctlCheck, RefusesToEditAFileWithTextThatAnEditWouldLose) {
+    const std::vector<std::pair<const char*, std::vector<std::vector<std::string>>>> edits = {
+        {kConfigFile,
+         {{"config", "set", "log_level", "5"}, {"config", "unset", "log_level"}, {"service", "remove", "own"}}},
+        {kPermissionFile, {{"permission", "deny", "hos_portal"}, {"service", "generate"}}}};
+    OfferUsualServices();
+    for (const auto& [file, commands] : edits) {
+        const std::string text =
+            file == kConfigFile ? R"({"log_level":4,"service":[{"id":"own"}]} {"mine":1})" : "[] [1]";
+        WriteText(file, text);
+        for (const auto& arguments : commands) {
+            const auto result = Run(arguments);
+            EXPECT_EQ(result.exitCode, 78) << arguments[1];
+            EXPECT_THAT(result.err, HasSubstr(std::string(file) + " is damaged"));
+            EXPECT_THAT(result.err, HasSubstr("more text behind its"));
+            EXPECT_TRUE(ReadText(file) == text) << arguments[1];
+        }
+        std::filesystem::remove(file);
+    }
 }
 
 TEST_F(ArdvrelayctlCheck, WarnsWhereTheDefaultsHold) {
@@ -143,6 +174,8 @@ TEST_P(ArdvrelayctlNeighbour, IsCheckedTooUnlessAFileIsNamed) {
 INSTANTIATE_TEST_SUITE_P(
     EachFault, ArdvrelayctlNeighbour,
     testing::Values(NeighbourCase{"DamagedEnvironment", "env.conf", "{", "error", ""},
+                    NeighbourCase{"TextBehindTheEnvironment", "env.conf", "{} x", "error", ""},
+                    NeighbourCase{"TextBehindThePermissions", "services.conf", "[][]", "error", ""},
                     NeighbourCase{"EnvironmentArray", "env.conf", "[]", "error", ""},
                     NeighbourCase{"RegionType", "env.conf", R"({"relay_region":1})", "error", "relay_region"},
                     NeighbourCase{"UnknownEnvironmentKey", "env.conf", R"({"x":1})", "warning", "x"},
