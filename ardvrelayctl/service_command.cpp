@@ -182,6 +182,11 @@ void Report(const Session& session, const std::string& id, bool isOffered, bool 
 }
 
 CommandError Refusal(const std::string& id) {
+    if (!IsKnown(id)) {
+        return {kExitNothing, "this device knows no service " + Excerpt(id) +
+                                  ": 'ardvrelayctl service list --all' shows those that "
+                                  "the relay can carry"};
+    }
     const auto obstacle = ObstacleTo(id);
     return {kExitUser, "the service " + Excerpt(id) +
                            " cannot be offered: " + (obstacle ? obstacle.reason : "it is off (--verbose tells more)")};

@@ -162,6 +162,10 @@ std::vector<ServiceState> SurveyServices(const RelaydConf& conf) {
     return states;
 }
 
+bool IsKnown(const std::string& id) {
+    return !RowsOf(id).empty() || ServiceConf(id.c_str()).IsValid();
+}
+
 Obstacle ObstacleTo(const std::string& id) {
     const Choices choices = ReadChoices();
     const ServicePermission permission(false);

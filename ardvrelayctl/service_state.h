@@ -30,6 +30,9 @@ struct ServiceState {
 /** Every service that the relay can carry, each identifier once. Throws as `ReadPermissions`. */
 std::vector<ServiceState> SurveyServices(const ARDV::Relay::RelaydConf& conf);
 
+/** Whether the relay can carry a service of this name, or this device has one with a port. */
+bool IsKnown(const std::string& id);
+
 /** What keeps a service from being added to the list. Throws as `ReadPermissions`. */
 Obstacle ObstacleTo(const std::string& id);
 

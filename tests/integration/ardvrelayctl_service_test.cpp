@@ -244,8 +244,11 @@ TEST_F(ArdvrelayctlService, SaysThatOneOfTwoPackagesIsEnoughForTheGeneratedList)
 
 TEST_F(ArdvrelayctlService, RefusesAnIdentifierThatNobodyKnows) {
     const auto result = Service({"add", "none\x1bsuch"});
-    EXPECT_EQ(result.exitCode, 3);
-    EXPECT_THAT(result.err, HasSubstr("none?such cannot be offered: this device has no port for it"));
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, HasSubstr("this device knows no service none?such: 'ardvrelayctl service list --all'"));
+    OfferAtPort("own", "7000");
+    EXPECT_EQ(Service({"add", "own"}).exitCode, 3) << "which the device has and the relay does not carry";
+    EXPECT_EQ(Service({"add", "telnet"}).exitCode, 3) << "which the device lacks and the relay carries";
     EXPECT_EQ(Service({"add", ""}).exitCode, 64);
     EXPECT_EQ(Service({"add"}).exitCode, 64);
     EXPECT_EQ(Service({}).exitCode, 64);
