@@ -116,6 +116,15 @@ Obstacle PortObstacle(const ServiceConf& onDevice) {
                         (isHttp2 ? ", or HTTP/2 is off in its web server's settings" : "")};
 }
 
+/** What is left to do for a service that this device can offer. */
+Obstacle MissingStep(const ServiceState& state, const RelaydConf& conf) {
+    if (!conf.GetEnableConf()) {
+        return {"switch", "the service is switched off: 'ardvrelayctl config set tethra.enabled true'"};
+    }
+    return state.isOffered ? Obstacle()
+                           : Obstacle{"list", "not in the list: 'ardvrelayctl service add " + state.id + "'"};
+}
+
 std::vector<const SupportService*> RowsOf(const std::string& id) {
     std::vector<const SupportService*> rows;
     for (const auto* row = grgszSupportService; row->id; ++row) {
@@ -145,6 +154,9 @@ ServiceState StateOf(const std::string& id, const RelaydConf& conf, const Choice
     }
     if (!state.obstacle) {
         state.obstacle = PortObstacle(state.onDevice);
+    }
+    if (!state.obstacle) {
+        state.obstacle = MissingStep(state, conf);
     }
     return state;
 }

@@ -8,9 +8,9 @@
 
 namespace ardv::ctl {
 
-/** Why a service cannot be offered: the test that it fails, and words for the user. Both empty: it can be. */
+/** Why a service is not offered: the test that it fails, and words for the user. Both empty: nothing is in its way. */
 struct Obstacle {
-    std::string test;  ///< "permission", "setting", "check", "unit", "package" or "port"
+    std::string test;  ///< "permission", "setting", "check", "unit", "package", "port", "switch" or "list"
     std::string reason;
 
     explicit operator bool() const { return !test.empty(); }

@@ -228,6 +228,23 @@ TEST_F(ArdvrelayctlService, ListsEveryServiceThatTheRelayCanCarryOnce) {
                 HasSubstr("\nssh                 no       yes        no   22    it is switched off: supportssh"));
 }
 
+TEST_F(ArdvrelayctlService, SaysWhatIsLeftToDoForAServiceThatIsReady) {
+    Service({"generate"});
+    Service({"remove", "http"});
+    auto row = RowOf("http");
+    EXPECT_EQ(row["test"], "list");
+    EXPECT_EQ(row["reason"], "not in the list: 'ardvrelayctl service add http'");
+    EXPECT_EQ(Service({"add", "http"}).exitCode, 0);
+    EXPECT_EQ(RowOf("http")["reason"], "");
+    Run({"config", "set", "tethra.enabled", "false"});
+    row = RowOf("http");
+    EXPECT_EQ(row["test"], "switch");
+    EXPECT_EQ(row["reason"], "the service is switched off: 'ardvrelayctl config set tethra.enabled true'");
+    EXPECT_EQ(RowOf("telnet")["test"], "unit") << "which the switch would not help";
+    EXPECT_THAT(Service({"list", "--all"}).out,
+                HasSubstr("yes  80    the service is switched off: 'ardvrelayctl config set tethra.enabled true'\n"));
+}
+
 TEST_F(ArdvrelayctlService, SaysThatOneOfTwoPackagesIsEnoughForTheGeneratedList) {
     Offer(R"([{"service":"drivara","display_name":"Drive","ports":["6690"]}])");
     InstallPackage("Drivara");
