@@ -117,12 +117,14 @@ Obstacle PortObstacle(const ServiceConf& onDevice) {
 }
 
 /** What is left to do for a service that this device can offer. */
-Obstacle MissingStep(const ServiceState& state, const RelaydConf& conf) {
+Obstacle MissingStep(const ServiceState& state, const RelaydConf& conf, bool isAddable) {
     if (!conf.GetEnableConf()) {
         return {"switch", "the service is switched off: 'ardvrelayctl config set tethra.enabled true'"};
     }
-    return state.isOffered ? Obstacle()
-                           : Obstacle{"list", "not in the list: 'ardvrelayctl service add " + state.id + "'"};
+    if (state.isOffered) {
+        return {};
+    }
+    return {"list", "not in the list: 'ardvrelayctl service " + (isAddable ? "add " + state.id : "generate") + "'"};
 }
 
 std::vector<const SupportService*> RowsOf(const std::string& id) {
@@ -148,15 +150,16 @@ ServiceState StateOf(const std::string& id, const RelaydConf& conf, const Choice
         state.isOn = state.isOn || permission.IsServiceEnabled(row, kAllGroups);
         obstacles.push_back(ObstacleOf(*row, permission, choices));
     }
-    // One of the packages that provide a service is enough.
-    if (std::all_of(obstacles.begin(), obstacles.end(), [](const Obstacle& o) { return static_cast<bool>(o); })) {
+    const auto isThere = [](const Obstacle& obstacle) { return static_cast<bool>(obstacle); };
+    // One of the packages that provide a service is enough, though not to add it by itself.
+    if (std::all_of(obstacles.begin(), obstacles.end(), isThere)) {
         state.obstacle = obstacles.front();
     }
     if (!state.obstacle) {
         state.obstacle = PortObstacle(state.onDevice);
     }
     if (!state.obstacle) {
-        state.obstacle = MissingStep(state, conf);
+        state.obstacle = MissingStep(state, conf, std::none_of(obstacles.begin(), obstacles.end(), isThere));
     }
     return state;
 }

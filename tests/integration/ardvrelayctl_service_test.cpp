@@ -251,6 +251,7 @@ TEST_F(ArdvrelayctlService, SaysThatOneOfTwoPackagesIsEnoughForTheGeneratedList)
     Service({"generate"});
     EXPECT_THAT(Ids(List()), ElementsAre("filara"));
     Service({"remove", "filara"});
+    EXPECT_EQ(RowOf("filara")["reason"], "not in the list: 'ardvrelayctl service generate'");
     EXPECT_THAT(Service({"add", "filara"}).err, HasSubstr("the package Filara is not installed or not enabled; "
                                                           "'ardvrelayctl service generate' is content with one"));
     InstallPackage("Filara");
