@@ -13,13 +13,13 @@ namespace {
 
 struct Needed {
     const char* key;
-    const char* otherwise;
+    const char* otherwise;  // null: a part of the identity
 };
 
 // In the order in which a new device gets them.
 constexpr Needed kNeeded[] = {
-    {"serial", kNoIdentity},
-    {"token", kNoIdentity},
+    {"serial", nullptr},
+    {"token", nullptr},
     {"id", "the device has no server identifier: \"serverID\" is missing in the configuration"},
     {"alias", "no alias is set: give one with --alias, or set \"alias\" under \"server_alias\" in the configuration"},
 };
@@ -59,7 +59,7 @@ Json::Value GatherRequestData(const Session& session, const AliasOptions& option
     SetIfGiven(data, "force", options.force ? "true" : "");
     for (const auto& [key, otherwise] : kNeeded) {
         if (data[key].asString().empty()) {
-            throw std::runtime_error(otherwise);
+            throw otherwise ? CommandError(kExitConfig, otherwise) : NoIdentity();
         }
     }
     return data;

@@ -39,6 +39,7 @@ public:
     explicit Findings(std::string file) : file_(std::move(file)) {}
 
     void Error(const std::string& key, const std::string& reason) { Add(errors_, key, true, reason); }
+    void Forbidden(const std::string& reason) { errors_.push_back({file_, "", true, reason, true}); }
     void Warning(const std::string& key, const std::string& reason) { Add(warnings_, key, false, reason); }
     bool HasErrors() const { return !errors_.empty(); }
     bool HasAllWarnings() const { return warnings_.size() > kMaxFindings; }
@@ -276,7 +277,11 @@ std::vector<Finding> Run(const Check& check) {
             check.content(*value, findings);
         }
     } catch (const CommandError& problem) {
-        findings.Error("", problem.what());
+        if (problem.Code() == kExitNoPermission) {
+            findings.Forbidden(problem.what());
+        } else {
+            findings.Error("", problem.what());
+        }
     }
     return findings.Take();
 }

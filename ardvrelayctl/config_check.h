@@ -14,6 +14,7 @@ struct Finding {
     std::string key;  ///< dotted, with "[2]" for the third element of a list; empty for the file as a whole
     bool isError = true;
     std::string reason;
+    bool isForbidden = false;  ///< this user may not read the file: nothing is known of its content
 };
 
 /**

@@ -138,6 +138,19 @@ void PrintFinding(const Finding& finding) {
     std::cout << Printable(finding.reason) << '\n';
 }
 
+// A fault that was found counts for more than a file that could not be looked into.
+ExitCode ExitCodeOf(const std::vector<Finding>& findings, bool isStrict) {
+    ExitCode exitCode = kExitSuccess;
+    for (const auto& finding : findings) {
+        if (finding.isForbidden) {
+            exitCode = kExitNoPermission;
+        } else if (finding.isError || isStrict) {
+            return kExitConfig;
+        }
+    }
+    return exitCode;
+}
+
 void PrintFindings(const std::vector<Finding>& findings, ExitCode exitCode, bool asJson) {
     if (!asJson) {
         std::for_each(findings.begin(), findings.end(), PrintFinding);
@@ -153,7 +166,10 @@ void PrintFindings(const std::vector<Finding>& findings, ExitCode exitCode, bool
         report["findings"].append(AsJson(finding));
     }
     if (exitCode != kExitSuccess) {
-        AddFailure(report, "the configuration has faults", exitCode);
+        AddFailure(report,
+                   exitCode == kExitConfig ? "the configuration has faults"
+                                           : "you may not read all of the configuration: run this as root",
+                   exitCode);
     }
     PrintJson(report);
 }
@@ -165,9 +181,7 @@ ExitCode Check(const Session& session, const ConfigOptions& options) {
         const auto neighbours = CheckNeighbours();
         findings.insert(findings.end(), neighbours.begin(), neighbours.end());
     }
-    const bool isValid = std::none_of(findings.begin(), findings.end(),
-                                      [&](const Finding& finding) { return finding.isError || options.strict; });
-    const auto exitCode = isValid ? kExitSuccess : kExitConfig;
+    const auto exitCode = ExitCodeOf(findings, options.strict);
     PrintFindings(findings, exitCode, session.json);
     return exitCode;
 }

@@ -3,6 +3,12 @@
 
 #include <unistd.h>
 
+#include <array>
+#include <string>
+
+#include <ardv/cloud_identity.h>
+#include <ardv/error.h>
+
 #include <relay/config/auth_conf.h>
 
 namespace ardv::ctl {
@@ -10,6 +16,14 @@ namespace ardv::ctl {
 namespace {
 
 constexpr const char kFactorySettings[] = "/etc.defaults/ardvinfo.conf";
+constexpr std::size_t kSerialSize = 36;
+
+bool MayBeRead() {
+    std::array<char, kSerialSize> serial = {};
+    std::array<char, ARDV_TOKEN_SIZE> token = {};
+    const int result = ARDVCloudServiceHstokenGetToken(serial.data(), serial.size(), token.data(), token.size());
+    return result >= 0 || ALIBCErrGet() != ARDV_ERR_ACCESS_DENIED;
+}
 
 }  // namespace
 
@@ -19,17 +33,29 @@ Json::Value ReadIdentity() {
     return identity;
 }
 
-std::string WhatIsMissing(const Json::Value& identity) {
+CommandError NoIdentity() {
+    if (!MayBeRead()) {
+        return {kExitNoPermission, "you may not read the device's identity: run this as root"};
+    }
+    return {kExitConfig,
+            "the device has no identity ('ardvrelayctl identity init' makes one on a test machine): serial and token "
+            "are missing or cannot be read in its token store (--verbose tells more)"};
+}
+
+std::optional<CommandError> WhatIsMissing(const Json::Value& identity) {
     if (access(kFactorySettings, F_OK) != 0) {
-        return std::string("the device has no identity without its factory settings: make ") + kFactorySettings +
-               " with the line upnpmodelname=\"MODEL\"";
+        return CommandError(kExitConfig, std::string("the device has no identity without its factory settings: make ") +
+                                             kFactorySettings + " with the line upnpmodelname=\"MODEL\"");
     }
     if (identity["serial"].asString().empty() || identity["token"].asString().empty()) {
-        return kNoIdentity;
+        return NoIdentity();
     }
-    return identity["mac"].asString().empty() ? "the device has no MAC address: it has no wired interface, and its "
-                                                "identity file names none ('ardvrelayctl identity init --mac' does)"
-                                              : "";
+    if (identity["mac"].asString().empty()) {
+        return CommandError(kExitConfig,
+                            "the device has no MAC address: it has no wired interface, and its identity file names "
+                            "none ('ardvrelayctl identity init --mac' does)");
+    }
+    return std::nullopt;
 }
 
 }  // namespace ardv::ctl

@@ -1,24 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <string>
+#include <optional>
 
 #include <json/value.h>
 
-namespace ardv::ctl {
+#include "command_error.h"
 
-/** What to tell the user of a device without serial number and token. */
-inline constexpr const char kNoIdentity[] =
-    "the device has no identity ('ardvrelayctl identity init' makes one on a test machine): serial and token are "
-    "missing "
-    "or cannot be read in its token store (--verbose tells more)";
+namespace ardv::ctl {
 
 /**
  * The device's identity as the library reads it: "serial", "mac", "token", "timezone", "key" and "model", all strings.
  */
 Json::Value ReadIdentity();
 
-/** What an identity lacks, in words for the user; empty if it is whole. */
-std::string WhatIsMissing(const Json::Value& identity);
+/**
+ * Why there is no serial number or no token, as a failure to throw or to tell: `kExitNoPermission` where this user may
+ * not read them, else `kExitConfig`. Asks the device.
+ */
+CommandError NoIdentity();
+
+/** What an identity lacks, as a failure to throw or to tell; no value if it is whole. */
+std::optional<CommandError> WhatIsMissing(const Json::Value& identity);
 
 }  // namespace ardv::ctl

@@ -54,13 +54,13 @@ void PrintIdentity(const Json::Value& shown) {
 /** Tells what the identity lacks, in the report as well. */
 ExitCode Judge(const Json::Value& identity, Json::Value& report) {
     const auto missing = WhatIsMissing(identity);
-    report["valid"] = missing.empty();
-    if (missing.empty()) {
+    report["valid"] = !missing;
+    if (!missing) {
         return kExitSuccess;
     }
-    AddFailure(report, missing, kExitConfig);
-    Complain(missing);
-    return kExitConfig;
+    AddFailure(report, missing->what(), missing->Code());
+    Complain(missing->what());
+    return missing->Code();
 }
 
 ExitCode Show(const Session& session, const IdentityOptions& options) {
@@ -91,10 +91,10 @@ std::string ApiKey(const IdentityOptions& options) {
 /** The identity is made, whatever else the device lacks to use it. */
 void WarnOfWhatIsMissing(Json::Value& report) {
     const auto missing = WhatIsMissing(ReadIdentity());
-    report["valid"] = missing.empty();
-    if (!missing.empty()) {
-        report["warning"] = missing;
-        Complain("warning: " + missing);
+    report["valid"] = !missing;
+    if (missing) {
+        report["warning"] = missing->what();
+        Complain(std::string("warning: ") + missing->what());
     }
 }
 

@@ -22,7 +22,8 @@ namespace {
 std::string SerialNumber() {
     auto serial = ReadIdentity()["serial"].asString();
     if (serial.empty()) {
-        throw CommandError(kExitConfig, std::string(kNoIdentity) + "; --seed does without one");
+        const auto problem = NoIdentity();
+        throw CommandError(problem.Code(), std::string(problem.what()) + "; --seed does without one");
     }
     return serial;
 }

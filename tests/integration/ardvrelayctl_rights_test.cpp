@@ -54,9 +54,22 @@ TEST_F(ArdvrelayctlRights, AreNotNeededToLook) {
                                                                        {"network", "show"}}) {
         EXPECT_EQ(RunAsSomebody(arguments).exitCode, 0) << arguments[0] << ' ' << arguments[1];
     }
-    const auto identity = RunAsSomebody({"identity", "show", "--show-secrets"});
-    EXPECT_EQ(identity.exitCode, 78);
-    EXPECT_THAT(identity.out, HasSubstr("token: (none)\n"));
+}
+
+TEST_F(ArdvrelayctlRights, AreNeededToUseTheIdentity) {
+    std::filesystem::permissions(kIdentityFile, std::filesystem::perms(0600));
+    WriteText(kConfigFile, R"({"serverID":"box-1","server_alias":{"alias":"attic"}})");
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"identity", "show", "--show-secrets"}, {"alias", "map", "--dry-run"}, {"alias", "query", "--dry-run"}}) {
+        const auto result = RunAsSomebody(arguments);
+        EXPECT_EQ(result.exitCode, 77) << arguments[0];
+        EXPECT_EQ(result.err, "ardvrelayctl: you may not read the device's identity: run this as root\n");
+    }
+    EXPECT_THAT(RunAsSomebody({"identity", "show", "--show-secrets"}).out, HasSubstr("token: (none)\n"));
+    const auto report = JsonOf(RunAsSomebody({"identity", "show", "--json"}).out);
+    EXPECT_EQ(report["exit_code"], 77);
+    std::filesystem::remove(kIdentityFile);
+    EXPECT_EQ(RunAsSomebody({"identity", "show"}).exitCode, 78) << "which root could not read either";
 }
 
 TEST_F(ArdvrelayctlRights, AreMissingForAConfigurationThatIsClosed) {
@@ -65,7 +78,12 @@ TEST_F(ArdvrelayctlRights, AreMissingForAConfigurationThatIsClosed) {
     const auto result = RunAsSomebody({"config", "show"});
     EXPECT_EQ(result.exitCode, 77);
     EXPECT_THAT(result.err, HasSubstr("cannot read the configuration"));
-    EXPECT_EQ(RunAsSomebody({"config", "check"}).exitCode, 78) << "what cannot be read cannot be found good";
+    const auto report = JsonOf(RunAsSomebody({"config", "check", "--json"}).out);
+    EXPECT_EQ(report["valid"], false) << "what cannot be read cannot be found good";
+    EXPECT_EQ(report["exit_code"], 77);
+    EXPECT_EQ(RunAsSomebody({"config", "check"}).exitCode, 77);
+    WriteText(kPermissionFile, "{}");
+    EXPECT_EQ(RunAsSomebody({"config", "check"}).exitCode, 78) << "for a fault that is found in another file";
 }
 
 }  // namespace
