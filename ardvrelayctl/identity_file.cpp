@@ -12,6 +12,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -141,9 +142,17 @@ void FlushFolder(const std::string& folder) {
     }
 }
 
-// A link, unlike a rename, never takes the place of a file.
+/** Gives a file its name unless there is one of that name. */
+int RenameWithoutReplacing(const char* from, const char* to) {
+    const int result = renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+    // Where kernel or file system know no such rename: a link never takes the place of a file either.
+    const bool isUnknown = result != 0 && (errno == EINVAL || errno == ENOSYS);
+    return isUnknown ? link(from, to) : result;
+}
+
 void PutInPlace(const TemporaryFile& file, bool replace) {
-    const int result = replace ? rename(file.Path(), kIdentityFile) : link(file.Path(), kIdentityFile);
+    const int result =
+        replace ? rename(file.Path(), kIdentityFile) : RenameWithoutReplacing(file.Path(), kIdentityFile);
     if (result != 0) {
         throw errno == EEXIST ? AlreadyThere() : Unwritable(kIdentityFile);
     }

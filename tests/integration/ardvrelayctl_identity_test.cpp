@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <filesystem>
+#include <vector>
 
 #include <ardv/cloud_identity.h>
 
@@ -18,6 +25,26 @@ using testing::Not;
 
 constexpr const char kToken[] = "0123456789abcdef0123456789abcdef";
 constexpr const char kApiKey[] = "example-api-key";
+
+/** A kernel, for this process and the programs that it runs, that answers these calls with an error. */
+bool Withhold(const std::vector<unsigned>& calls, unsigned error) {
+    std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (const unsigned call : calls) {
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+std::vector<unsigned> LinkCalls() {
+#ifdef SYS_link
+    return {SYS_link, SYS_linkat};
+#else
+    return {SYS_linkat};
+#endif
+}
 
 class ArdvrelayctlIdentity : public ArdvrelayctlDevice {
 protected:
@@ -124,6 +151,32 @@ TEST_F(ArdvrelayctlIdentity, NeverReplacesAnIdentityUnlessItIsForced) {
     EXPECT_EQ(ModeOf(kIdentityFile), 0600U);
     EXPECT_EQ(FilesOfTheFolder(), 1U);
 }
+
+TEST_F(ArdvrelayctlIdentity, IsMadeOnAFileSystemWithoutLinks) {
+    std::filesystem::remove(kIdentityFile);
+    ASSERT_TRUE(Withhold(LinkCalls(), EPERM));
+    const auto result = Init();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(ModeOf(kIdentityFile), 0600U);
+    EXPECT_EQ(Init().exitCode, 73) << "and is not replaced";
+    EXPECT_EQ(FilesOfTheFolder(), 1U);
+}
+
+class ArdvrelayctlOldKernel : public ArdvrelayctlIdentity, public testing::WithParamInterface<unsigned> {};
+
+TEST_P(ArdvrelayctlOldKernel, MakesAnIdentityAndNeverReplacesOne) {
+    std::filesystem::remove(kIdentityFile);
+    ASSERT_TRUE(Withhold({SYS_renameat2}, GetParam()));
+    const auto result = Init();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::string text = ReadText(kIdentityFile);
+    EXPECT_EQ(Init().exitCode, 73);
+    EXPECT_EQ(ReadText(kIdentityFile), text);
+    EXPECT_EQ(FilesOfTheFolder(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachAnswer, ArdvrelayctlOldKernel, testing::Values(EINVAL, ENOSYS),
+                         [](const auto& each) { return each.param == EINVAL ? "NoSuchFlag" : "NoSuchCall"; });
 
 TEST_F(ArdvrelayctlIdentity, NeverShowsTheSecretsThatItMakes) {
     for (const auto& arguments : std::vector<std::vector<std::string>>{{"--force"}, {"--force", "--json"}}) {
