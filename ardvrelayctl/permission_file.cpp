@@ -56,7 +56,7 @@ Json::Value UpdatePermissions() {
     const Json::Value before = ReadPermissions();  // refuses a damaged file, which the library would move aside
     CheckNothingBehind();
     const ServicePermission update(true);
-    const Json::Value after = ReadPermissions();
+    Json::Value after = ReadPermissions();
     for (const auto& group : GroupNames()) {
         if (!ServicePermission::IsChosen(before, group) && !HasGroup(after, group)) {
             Complain("the denial of the group " + group +
