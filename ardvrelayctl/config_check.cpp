@@ -312,7 +312,10 @@ std::vector<Finding> CheckNeighbours() {
 std::string ValidityFault(const Json::Value& settings) {
     for (const auto& setting : Settings()) {
         const auto* value = FindMember(settings, setting.key);
-        const auto fault = value ? WhatIsWrong(setting, *value) : "";
+        if (!value) {
+            continue;
+        }
+        const auto fault = WhatIsWrong(setting, *value);
         if (!fault.empty() && IsRefused(setting, *value)) {
             return std::string(setting.key) + " " + fault;
         }

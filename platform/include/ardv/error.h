@@ -19,7 +19,8 @@ extern "C" {
 /// - `errno` may be changed by any platform function and carries no promise.
 
 /// The codes of libardvplatform. All are positive and below 0x10000, because messages print four hexadecimal digits.
-/// A port may use further codes; callers print a code and never decide by it.
+/// A port may use further codes. Callers print a code and decide by none but ARDV_ERR_ACCESS_DENIED, which only changes
+/// the words and the exit code of a tool.
 enum ArdvErrorCode {
     ARDV_ERR_NONE = 0x0000,              ///< nothing has failed on this thread yet
     ARDV_ERR_INVALID_ARGUMENT = 0x0100,  ///< null pointer, size 0, unknown flag, or a text that the function refuses
