@@ -204,7 +204,7 @@ TEST_P(WriteFileContent, IsWrittenByteForByte) {
 
 INSTANTIATE_TEST_SUITE_P(Texts, WriteFileContent,
                          testing::Values("", "text", "text\n", std::string("a\0b", 3), "\xff\xfe\r\n",
-                                         std::string(3'000'000, 'x')));
+                                         std::string(300'000, 'x')));
 
 TEST_F(WriteFileTest, ReplacesAFileWhateverItsMode) {
     for (const unsigned mode : {0U, 0400U, 0600U, 0777U}) {
