@@ -43,7 +43,7 @@ std::uint32_t GroupsOnDevice() {
     const ServicePermission permission(false);
     std::uint32_t mask = 0;
     for (const auto* row = grgszSupportService; row->id; ++row) {
-        if (row->group != SERVICE_GROUP_ALWAYS && permission.IsServiceEnabled(row, kAllGroups)) {
+        if (row->group != SERVICE_GROUP_ALWAYS && permission.IsServiceEnabled(row, kAllServiceGroups)) {
             mask |= static_cast<std::uint32_t>(row->group);
         }
     }

@@ -13,9 +13,6 @@
 
 namespace ardv::ctl {
 
-/** The mask of all groups: with it a service is enabled whatever the owner permits. */
-inline constexpr std::uint32_t kAllGroups = 0xFFFFFFFFU;
-
 /** The owner's choices. The library reads them from this place, wherever the main configuration stands. */
 JsonFile PermissionFile();
 

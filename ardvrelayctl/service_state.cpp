@@ -147,7 +147,7 @@ ServiceState StateOf(const std::string& id, const RelaydConf& conf, const Choice
     for (const auto* row : RowsOf(id)) {
         state.group = GroupOf(*row);
         state.isPermitted = state.isPermitted || IsPermitted(*row, choices);
-        state.isOn = state.isOn || permission.IsServiceEnabled(row, kAllGroups);
+        state.isOn = state.isOn || permission.IsServiceEnabled(row, kAllServiceGroups);
         obstacles.push_back(ObstacleOf(*row, permission, choices));
     }
     const auto isThere = [](const Obstacle& obstacle) { return static_cast<bool>(obstacle); };

@@ -2,7 +2,6 @@
 #include <relay/config/config.h>
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include <relay/daemon/log.h>
@@ -14,7 +13,6 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr std::uint32_t kAllGroups = 0xFFFFFFFFU;
 constexpr std::size_t kMaxIdLength = 1023;
 
 std::string SupportIdOf(const SupportService& service) {
@@ -48,7 +46,7 @@ void RelaydConf::GenServiceConf() {
         if (tethraEnabled_ && permission.IsServiceEnabled(row, 0)) {
             AppendFromDevice(row->id);
         }
-        if (supportChannel_.GetEnabled() && permission.IsServiceEnabled(row, kAllGroups)) {
+        if (supportChannel_.GetEnabled() && permission.IsServiceEnabled(row, kAllServiceGroups)) {
             AppendFromDevice(SupportIdOf(*row));
         }
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
+
 #include <relay/common/export.h>
 
 namespace ARDV::Relay {
@@ -15,6 +17,9 @@ enum SERVICE_GROUP : int {
     SERVICE_GROUP_HOS_PORTAL = 16,
     SERVICE_GROUP_PHOTO_PORTAL = 32
 };
+
+/** The permission mask that has every group. */
+inline constexpr std::uint32_t kAllServiceGroups = 0xFFFFFFFFU;
 
 /** One service that the relay can carry, with what decides whether it is switched on. Absent texts are null. */
 struct SupportService {

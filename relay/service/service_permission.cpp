@@ -21,7 +21,6 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr std::uint32_t kAllGroups = 0xFFFFFFFFU;
 constexpr std::string_view kInetdUnit = "inetd.service";
 
 struct Group {
@@ -167,7 +166,7 @@ bool ServicePermission::IsServiceEnabled(const SupportService* service, std::uin
 void ServicePermission::GenPermissionConf() {
     std::uint32_t onDevice = 0;
     for (const auto* service = grgszSupportService; service->id; ++service) {
-        if (IsServiceEnabled(service, kAllGroups) && MaskOf(*service) < kAllGroups) {
+        if (IsServiceEnabled(service, kAllServiceGroups) && MaskOf(*service) < kAllServiceGroups) {
             onDevice |= MaskOf(*service);
         }
     }
