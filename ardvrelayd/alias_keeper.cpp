@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "alias_keeper.h"
 
-#include <iterator>
 #include <utility>
 
 #include "log.h"
@@ -18,6 +17,7 @@ namespace {
 
 constexpr std::size_t kMaxExtra = 256;  // of what the server adds, in bytes
 constexpr seconds kUsualPolling{604800};
+constexpr seconds kOverdue{30};  // an event loop that is this late is none
 
 struct TaskRow {
     const char* name;
@@ -83,12 +83,12 @@ void AliasKeeper::Stop() {
     exchange_.reset();
     next_.Stop();
     deleteNext_.Stop();
-    Tell(RELAYD_RET_ERR_NETWORK);
+    Tell(RELAYD_RET_ERR_CONFIG);
 }
 
 void AliasKeeper::Refresh() {
     auto wanted = ReadWanted();
-    if (!isOn_ || (wanted == wanted_ && !isRefused_)) {
+    if (!isOn_ || wanted == wanted_) {
         return;
     }
     if (isMapped_ && wanted.alias != wanted_.alias) {
@@ -104,7 +104,14 @@ void AliasKeeper::Refresh() {
         Record("", ALIAS_RET_NOT_SET, "");
         Tell(RELAYD_RET_ERR_CONFIG);
     }
-    RetryAfter(milliseconds(0));
+    next_.Start(milliseconds(0));
+}
+
+void AliasKeeper::OnReload() {
+    Refresh();
+    if (CanAsk() && isRefused_) {
+        OnNetworkChange();
+    }
 }
 
 void AliasKeeper::UpdateNow(Done done) {
@@ -121,9 +128,10 @@ void AliasKeeper::OnNetworkChange() {
         return;
     }
     isMapped_ = false;
+    isRefused_ = false;
     backOff_.Reset();
     exchange_.reset();
-    RetryAfter(milliseconds(0));
+    next_.Start(milliseconds(0));
 }
 
 void AliasKeeper::OnClockSet() {
@@ -131,7 +139,7 @@ void AliasKeeper::OnClockSet() {
         return;
     }
     backOff_.Reset();
-    RetryAfter(milliseconds(0));
+    next_.Start(milliseconds(0));
 }
 
 void AliasKeeper::Act() {
@@ -139,11 +147,13 @@ void AliasKeeper::Act() {
         DeleteNext();
         return;
     }
-    Send(isMapped_ ? Task::kKeepAlive : Task::kMap, wanted_.alias);
+    if (!Send(isMapped_ ? Task::kKeepAlive : Task::kMap, wanted_.alias)) {
+        isRefused_ = true;
+        Tell(RELAYD_RET_ERR_CONFIG);
+    }
 }
 
-void AliasKeeper::Send(Task task, const std::string& alias) {
-    next_.Stop();
+bool AliasKeeper::Send(Task task, const std::string& alias) {
     auto data = device_.AliasData();
     data["alias"] = alias;
     AliasRequest form;
@@ -151,13 +161,12 @@ void AliasKeeper::Send(Task task, const std::string& alias) {
     std::string post;
     if (!form.SetRequest(kTasks[static_cast<std::size_t>(task)].command, data) || !form.GetRequest(url, post)) {
         errors_.Add(std::string("alias, ") + NameOf(task), "the device's identity is not complete");
-        isRefused_ = true;
-        Tell(RELAYD_RET_ERR_CONFIG);
-        return;
+        return false;
     }
     request_ = std::make_shared<Request>(url.c_str(), post.c_str(), true);
     exchange_ = engine_.Start(
         request_, [this, task, alias](Request&) { OnAnswered(task, alias); }, std::string("alias, ") + NameOf(task));
+    return true;
 }
 
 void AliasKeeper::OnAnswered(Task task, const std::string& alias) {
@@ -196,7 +205,7 @@ void AliasKeeper::Follow(ALIAS_RET ret) {
         Request::CleanDnsCache();
     }
     const bool isAtOnce = action == Action::kAgain && backOff_.MayGoAtOnce();
-    RetryAfter(isAtOnce ? milliseconds(0) : backOff_.Next(plans_.usual));
+    next_.Start(isAtOnce ? milliseconds(0) : backOff_.Next(plans_.usual));
 }
 
 void AliasKeeper::Succeed() {
@@ -209,17 +218,11 @@ void AliasKeeper::Succeed() {
     DeleteNext();
 }
 
-void AliasKeeper::RetryAfter(milliseconds delay) {
-    next_.Start(delay);
-}
-
 void AliasKeeper::DeleteNext() {
     if (isOn_ && !exchange_ && !unwanted_.empty() && !wanted_.id.empty() && !deleteNext_.IsRunning()) {
-        const auto next = *unwanted_.begin();
-        const auto due = next_.Remaining();
-        Send(Task::kDelete, next);
-        if (due) {
-            next_.Start(*due);
+        const auto alias = *unwanted_.begin();
+        if (!Send(Task::kDelete, alias)) {
+            unwanted_.erase(alias);
         }
     }
 }
@@ -240,12 +243,38 @@ void AliasKeeper::Record(const std::string& alias, ALIAS_RET ret, const std::str
     std::string oldWord;
     std::string oldExtra;
     AliasRequest::ResponseToString(ret, word);
-    if (status_.IsValid() && status_.GetStatus(alias, oldWord, oldExtra) && oldWord == word && oldExtra == extra) {
-        return;
+    if (status_.GetStatus(alias, oldWord, oldExtra) && oldWord == word && oldExtra == extra) {
+        return;  // nothing to write
     }
     if (!status_.SetStatus(alias, word, extra, true)) {
         DAEMON_LOG(LOG_ERR, "the alias status is not recorded");
     }
+}
+
+bool AliasKeeper::IsHealthy(std::string& why) const {
+    const auto due = next_.Remaining();
+    if (!CanAsk() || isRefused_ || exchange_ || (due && *due > -kOverdue)) {
+        return true;
+    }
+    why = "the alias is to be kept and nothing leads on";
+    return false;
+}
+
+Json::Value AliasKeeper::Describe() const {
+    Json::Value value;
+    value["on"] = isOn_;
+    value["alias"] = wanted_.alias;
+    value["mapped"] = isMapped_;
+    value["refused"] = isRefused_;
+    value["has_identifier"] = !wanted_.id.empty();
+    value["failures"] = backOff_.Failures();
+    value["to_give_up"] = static_cast<Json::UInt64>(unwanted_.size());
+    std::string word;
+    std::string extra;
+    if (status_.GetStatus(wanted_.alias, word, extra)) {
+        value["status"] = word;
+    }
+    return value;
 }
 
 void AliasKeeper::Tell(RELAYD_RET result) {

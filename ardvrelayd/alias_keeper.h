@@ -47,6 +47,9 @@ public:
     /** Looks whether alias, server or identifier are others, and if so acts on it. */
     void Refresh();
 
+    /** The same; the user has had a look at the settings, so that a refusal counts no more. */
+    void OnReload();
+
     /** Maps the alias now, because somebody asks for it. */
     void UpdateNow(Done done);
 
@@ -77,12 +80,11 @@ private:
     Wanted ReadWanted() const;
     bool CanAsk() const { return isOn_ && !wanted_.alias.empty() && !wanted_.id.empty(); }
     void Act();
-    void Send(Task task, const std::string& alias);
+    bool Send(Task task, const std::string& alias);
     void OnAnswered(Task task, const std::string& alias);
     void Follow(ARDV::Relay::ALIAS_RET ret);
     void OnDeleted(const std::string& alias, ARDV::Relay::ALIAS_RET ret);
     void Succeed();
-    void RetryAfter(std::chrono::milliseconds delay);
     void DeleteNext();
     void Record(const std::string& alias, ARDV::Relay::ALIAS_RET ret, const std::string& extra);
     void Tell(ARDV::Relay::RELAYD_RET result);
