@@ -63,6 +63,7 @@ public:
     /** The last failure, as long as it is not over. */
     ARDV::Relay::RELAYD_RET Error() const { return error_; }
     bool IsOff() const { return phase_ == Phase::kOff; }
+    bool IsStanding() const { return phase_ == Phase::kStanding; }
 
     /** Whether something is under way or due that leads on. */
     bool IsHealthy(std::string& why) const;

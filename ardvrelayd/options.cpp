@@ -64,8 +64,6 @@ constexpr OptionRow kOptions[] = {
      }},
     {"pid-file", 'p', "FILE", "the file with the daemon's process id",
      [](Options& o, const std::string& text) { return SetPath(o.pidFile, text); }},
-    {"log-file", 'l', "FILE", "the log file until the configuration names one; not in the foreground",
-     [](Options& o, const std::string& text) { return SetPath(o.logFile, text); }},
     {"start-spread", 's', "SECONDS", "begin at a random time within these",
      [](Options& o, const std::string& text) { return SetTime(o.startSpread, text); }},
     {"retry-base", 0, "SECONDS", "where the times between attempts begin (5)",

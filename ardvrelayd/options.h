@@ -19,7 +19,6 @@ struct Options {
     bool foreground = false;
     std::string configFile = kMainConfigFile;
     std::string pidFile;                       ///< empty: the usual one
-    std::string logFile;                       ///< empty: that of the configuration
     std::chrono::milliseconds startSpread{0};  ///< the first registration comes within this time
     RetryPlans retry;
     std::string problem;  ///< for Mode::kUsageError: what is wrong
