@@ -29,7 +29,7 @@ Application::Application(const Options& options, RelaydConf configuration)
       alias_(loop_, engine_, device_, errors_, options.retry),
       signals_(loop_, [this](Command command) { Obey(command); }),
       network_(loop_, [this] { OnNetworkChange(); }),
-      clock_(loop_, [this] { OnClockSet(); }),
+      clock_(loop_, [this](const ClockChange&) { OnClockSet(); }),
       manager_(loop_, [this](std::string& why) { return IsHealthy(why); }),
       startedAt_(std::chrono::steady_clock::now()) {}
 

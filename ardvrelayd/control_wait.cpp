@@ -39,7 +39,7 @@ void ControlSession::Wait() {
             wait_.reset();
             OnWaited(answer);
         },
-        "wait", TransferEngine::kNoLimit);
+        "wait", std::nullopt);
     if (hasWaitFailed_) {
         waitHolds_.Start(2 * plans_.usual.base);
     }

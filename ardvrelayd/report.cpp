@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "descriptor.h"
 #include "json_member.h"
 #include "log.h"
 
@@ -46,22 +47,6 @@ const ShownSetting kShownSettings[] = {
 };
 
 constexpr const char kUserInfoMark = '@';
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    int Get() const { return fd_; }
-
-private:
-    const int fd_;
-};
 
 Json::Value Scalar(const Json::Value& value) {
     return value.isObject() || value.isArray() ? Json::Value() : value;
@@ -145,7 +130,7 @@ Json::Value DescribeTransfers(const TransferEngine& engine) {
         Json::Value row;
         row["purpose"] = transfer.purpose;
         row["server"] = ServerOf(transfer.url);
-        row["milliseconds"] = static_cast<Json::Int64>(transfer.elapsed.count());
+        row["milliseconds"] = static_cast<Json::Int64>(transfer.age.count());
         list.append(row);
     }
     return list;
@@ -153,11 +138,11 @@ Json::Value DescribeTransfers(const TransferEngine& engine) {
 
 Json::Value DescribeTimers(const EventLoop& loop) {
     Json::Value list(Json::arrayValue);
-    for (const auto* timer : loop.Timers()) {
-        if (const auto remaining = timer->Remaining()) {
+    for (const auto& timer : loop.Timers()) {
+        if (timer.remaining) {
             Json::Value row;
-            row["name"] = timer->Name();
-            row["due_in_milliseconds"] = static_cast<Json::Int64>(remaining->count());
+            row["name"] = timer.name;
+            row["due_in_milliseconds"] = static_cast<Json::Int64>(timer.remaining->count());
             list.append(row);
         }
     }
@@ -174,7 +159,7 @@ Json::Value DescribeVersions() {
 }
 
 bool WriteReport(const Json::Value& report) {
-    const std::string path = "/tmp/.ardvrelayd." + std::to_string(getpid()) + ".debug";
+    const std::string path = Daemon::GetReportFile(getpid());
     const Descriptor file(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file.Get() < 0 || !IsOurs(file.Get())) {
         DAEMON_LOG(LOG_NOTICE, "a report was asked for, and nobody waits for it at %s", path.c_str());

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include <relay/config/config.h>
+#include <relay/daemon/daemon.h>
 
 #include "log.h"
 
@@ -16,8 +17,6 @@ namespace ardv::daemon {
 using namespace ARDV::Relay;
 
 namespace {
-
-constexpr const char* kStatusFile = "/tmp/.ardvrelayd.status";
 
 Json::Value ServiceList(const std::vector<std::string>& services) {
     Json::Value list(Json::arrayValue);
@@ -48,7 +47,7 @@ Json::Value Document(const Status& status, Json::Int64 since) {
 
 StatusFile::~StatusFile() {
     if (isPublished_) {
-        unlink(kStatusFile);
+        unlink(Daemon::kStatusFile);
     }
 }
 
@@ -59,7 +58,7 @@ void StatusFile::Publish(const Status& status) {
     if (!isPublished_ || status.state != published_.state || status.error != published_.error) {
         since_ = std::time(nullptr);
     }
-    if (!RelaydConf::WriteJsonFile(kStatusFile, Document(status, since_))) {
+    if (!RelaydConf::WriteJsonFile(Daemon::kStatusFile, Document(status, since_))) {
         DAEMON_LOG(LOG_ERR, "the status is not published");
         return;
     }
