@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "json_member.h"
 #include "log.h"
 
 DAEMON_LOG_SOURCE("alias_keeper.cpp");
@@ -268,7 +269,7 @@ Json::Value AliasKeeper::Describe() const {
     value["refused"] = isRefused_;
     value["has_identifier"] = !wanted_.id.empty();
     value["failures"] = backOff_.Failures();
-    value["to_give_up"] = static_cast<Json::UInt64>(unwanted_.size());
+    value["to_give_up"] = Count(unwanted_.size());
     std::string word;
     std::string extra;
     if (status_.GetStatus(wanted_.alias, word, extra)) {

@@ -177,8 +177,8 @@ Json::Value Application::Describe() const {
     const auto uptime = std::chrono::steady_clock::now() - startedAt_;
     Json::Value report;
     report["pid"] = getpid();
-    report["time"] = static_cast<Json::Int64>(std::time(nullptr));
-    report["uptime_seconds"] = static_cast<Json::Int64>(std::chrono::duration_cast<seconds>(uptime).count());
+    report["time"] = Number(std::time(nullptr));
+    report["uptime_seconds"] = Number(std::chrono::duration_cast<seconds>(uptime).count());
     report["configuration"] = DescribeConfiguration(device_.Configuration());
     report["session"] = session_.Describe();
     report["alias"] = alias_.Describe();
@@ -186,7 +186,7 @@ Json::Value Application::Describe() const {
     report["timers"] = DescribeTimers(loop_);
     report["errors"] = errors_.Describe();
     report["versions"] = DescribeVersions();
-    report["wake_ups"] = static_cast<Json::UInt64>(loop_.Turns());
+    report["wake_ups"] = Count(loop_.Turns());
     report["status_writes"] = statusFile_.Writes();
     report["reloads"] = reloads_;
     std::string why;

@@ -2,6 +2,8 @@
 // What the session tells of itself.
 #include "control_session.h"
 
+#include "json_member.h"
+
 namespace ardv::daemon {
 
 using namespace ARDV::Relay;
@@ -72,13 +74,12 @@ Json::Value ControlSession::Describe() const {
     value["failures"] = backOff_.Failures();
     value["wait_failures"] = waitBackOff_.Failures();
     value["waiting"] = wait_ != nullptr;
-    value["keep_alive_seconds"] = static_cast<Json::Int64>(keepAlive_.count());
+    value["keep_alive_seconds"] = Number(keepAlive_.count());
     value["reachable"] = isReachable_;
-    value["commands"] = static_cast<Json::UInt64>(commands_.size());
-    value["results_to_tell"] = static_cast<Json::UInt64>(results_.size());
+    value["commands"] = Count(commands_.size());
+    value["results_to_tell"] = Count(results_.size());
     if (phase_ == Phase::kStanding) {
-        value["standing_seconds"] =
-            static_cast<Json::Int64>(duration_cast<seconds>(Clock::now() - standingSince_).count());
+        value["standing_seconds"] = Number(duration_cast<seconds>(Clock::now() - standingSince_).count());
     }
     return value;
 }

@@ -27,4 +27,12 @@ std::optional<std::int64_t> NumberMember(const Json::Value& object, const char* 
 const Json::Value* ObjectMember(const Json::Value& object, const char* key);
 const Json::Value* ArrayMember(const Json::Value& object, const char* key);
 
+/** A number for a JSON document, whatever its type was. */
+inline Json::Value Number(std::int64_t number) {
+    return Json::Value(Json::Int64{number});
+}
+inline Json::Value Count(std::uint64_t number) {
+    return Json::Value(Json::UInt64{number});
+}
+
 }  // namespace ardv::daemon

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recent_errors.h"
 
+#include "json_member.h"
+
 namespace ardv::daemon {
 
 namespace {
@@ -26,7 +28,7 @@ Json::Value RecentErrors::Describe() const {
     Json::Value list(Json::arrayValue);
     for (const auto& [time, what, result, times] : entries_) {
         Json::Value row;
-        row["time"] = static_cast<Json::Int64>(time);
+        row["time"] = Number(time);
         row["what"] = what;
         row["result"] = result;
         row["times"] = times;

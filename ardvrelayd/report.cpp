@@ -130,7 +130,7 @@ Json::Value DescribeTransfers(const TransferEngine& engine) {
         Json::Value row;
         row["purpose"] = transfer.purpose;
         row["server"] = ServerOf(transfer.url);
-        row["milliseconds"] = static_cast<Json::Int64>(transfer.age.count());
+        row["milliseconds"] = Number(transfer.age.count());
         list.append(row);
     }
     return list;
@@ -142,7 +142,7 @@ Json::Value DescribeTimers(const EventLoop& loop) {
         if (timer.remaining) {
             Json::Value row;
             row["name"] = timer.name;
-            row["due_in_milliseconds"] = static_cast<Json::Int64>(timer.remaining->count());
+            row["due_in_milliseconds"] = Number(timer.remaining->count());
             list.append(row);
         }
     }
