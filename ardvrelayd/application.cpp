@@ -34,7 +34,7 @@ Application::Application(const Options& options, RelaydConf configuration)
       startedAt_(std::chrono::steady_clock::now()) {}
 
 void Application::Run() {
-    SwitchOnOrOff();
+    SwitchOnOrOff(RandomTime(options_.startSpread));
     Publish();
     manager_.Ready();
     loop_.Run();
@@ -78,7 +78,7 @@ void Application::Reload() {
         return;
     }
     const bool wasOff = session_.IsOff();
-    SwitchOnOrOff();
+    SwitchOnOrOff(milliseconds(0));
     const bool isRefused = session_.State() == RELAYD_STATE_NONE;
     const bool hasChanged = device_.Registered() != before || device_.Network() != network;
     if (!wasOff && (isRefused || hasChanged)) {
@@ -120,13 +120,12 @@ void Application::OnSessionChange() {
     Publish();
 }
 
-void Application::SwitchOnOrOff() {
+void Application::SwitchOnOrOff(milliseconds delay) {
     if (!device_.IsWanted()) {
         session_.Stop();
         alias_.Stop();
         return;
     }
-    const auto delay = RandomTime(options_.startSpread);
     session_.Start(delay);
     alias_.Start(delay);
 }

@@ -41,7 +41,7 @@ private:
     void OnNetworkChange();
     void OnClockSet();
     void OnSessionChange();
-    void SwitchOnOrOff();
+    void SwitchOnOrOff(std::chrono::milliseconds delay);
     std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);
     std::optional<ARDV::Relay::RELAYD_RET> UpdateAliasFor(const std::string& id);
     Status CurrentStatus() const;

@@ -62,9 +62,7 @@ void ControlSession::RegisterNow() {
 }
 
 void ControlSession::TryNow() {
-    if (phase_ == Phase::kRefused) {
-        RegisterNow();
-    } else if ((phase_ == Phase::kRetrying || phase_ == Phase::kDoubtful) && !exchange_) {
+    if ((phase_ == Phase::kRetrying || phase_ == Phase::kDoubtful) && !exchange_) {
         backOff_.Reset();
         OnTimer();
     } else if (phase_ == Phase::kStanding && waitAgain_.IsRunning()) {

@@ -52,7 +52,10 @@ public:
     /** Registers anew, now: what the servers are told has changed, or somebody asks for another try. */
     void RegisterNow();
 
-    /** Does at once what is waiting for another try: the network or the clock, which may have been the reason, has changed. */
+    /**
+     * Does at once what is waiting for another try: the network or the clock, which may have been the reason, has changed. A
+     * refusal is not tried again.
+     */
     void TryNow();
 
     /** The result of a command that was carried out in the background. */
