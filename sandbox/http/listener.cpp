@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "listener.h"
+#include "http/listener.h"
 
 #include <sys/socket.h>
 
@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-#include "thread_pool.h"
+#include "http/thread_pool.h"
 
 namespace ARDV::Sandbox {
 namespace {

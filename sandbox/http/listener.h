@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One listening port of the alias server: its threads, its connections and their limits.
+// One listening port of a server: its threads, its connections and their limits.
 #pragma once
 
 #include <httplib.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "connection.h"
+#include "http/connection.h"
 
 namespace ARDV::Sandbox {
 

@@ -48,6 +48,16 @@ public:
     /// As FinishSending(), and the connection will be closed without TLS's farewell, as when a server dies.
     void Cut();
 
+    /// As Cut(), and the peer sees the connection reset.
+    void Reset();
+
+    /// How a wait ended.
+    enum class WaitEnd { kTime, kPeerLeft, kWoken };
+
+    /// Waits until the peer is gone or Abort() is called (kPeerLeft), or the descriptor `wake` is readable (kWoken),
+    /// `limit` at most (kTime). Where several are so, the first of these.
+    WaitEnd Wait(std::chrono::milliseconds limit, int wake) const;
+
     /// Waits until the peer is gone or Abort() is called, `limit` at most (nothing: for ever). True when it is gone.
     bool WaitUntilPeerLeaves(std::optional<std::chrono::milliseconds> limit) const;
 
@@ -80,6 +90,7 @@ private:
     size_t readable_ = 0;
     bool isFinished_ = false;
     bool isCut_ = false;
+    bool isReset_ = false;
     std::atomic<bool> isAborted_{false};
 };
 

@@ -1,40 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "alias_server.h"
+#include "http/server.h"
 
 #include <openssl/err.h>
+#include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <optional>
+#include <regex>
 #include <utility>
 
-#include "connection.h"
-#include "text.h"
+#include "http/connection.h"
+#include "http/file.h"
+#include "http/text.h"
 
 namespace ARDV::Sandbox {
 namespace {
 
-constexpr size_t kMaxPublicBody = size_t{64} << 10;
-constexpr size_t kMaxAdminBody = Registry::kMaxBytes;
 // A client that sends too much is read on so far, for it to be ready to hear that.
 constexpr size_t kMaxDropped = size_t{1} << 20;
 
 using HandlerResponse = httplib::Server::HandlerResponse;
 
-// The paths that take a body; anything else is answered without reading one.
-constexpr std::pair<std::string_view, std::string_view> kBodied[] = {
-    {"POST", R"(/alias_update\.php)"},
-    {"POST", R"(/alias_query\.php)"},
-    {"POST", "/sandbox/fault"},
-    {"PUT", "/sandbox/registry"},
-};
-
 bool ServesAdmin(const httplib::Request& request) {
     return IsAdminPath(request.path) && !Connection::Current()->IsTls();
 }
 
-bool TakesBody(const httplib::Request& request) {
-    return (request.method == "POST" && IsAliasPage(request.path)) ||
-           ((request.method == "POST" || request.method == "PUT") && ServesAdmin(request));
+bool HasBody(std::string_view method) {
+    return method == "POST" || method == "PUT";
 }
 
 // Nothing when the body is larger than `limit` or breaks off.
@@ -75,6 +70,7 @@ SeenRequest Describe(const httplib::Request& request, const std::string& body) {
     const size_t question = request.target.find('?');
     return {Timestamp(),
             ClientName(request),
+            request.remote_addr,
             request.method,
             request.path,
             question == std::string::npos ? "" : request.target.substr(question + 1),
@@ -90,13 +86,35 @@ std::string TlsError(const std::string& file) {
     return "cannot use " + file + ": " + text;
 }
 
+// The HTTP library takes paths for regular expressions.
+std::string Literally(const std::string& path) {
+    return std::regex_replace(path, std::regex(R"(\.)"), R"(\.)");
+}
+
+// Blocked before any thread exists, so that only the main thread's sigwait() sees them.
+sigset_t BlockEndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+        sigaddset(&signals, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+bool TellPorts(const std::string& ports, const std::string& file, std::string& error) {
+    std::fputs(ports.c_str(), stdout);
+    std::fflush(stdout);
+    return file.empty() || ReplaceFile(file, ports, error);
+}
+
 }  // namespace
 
-AliasServer::AliasServer(const Options& options)
-    : options_(options), registry_(options.registry), admin_(faults_, requests_, registry_) {}
+Server::Server(const ServerOptions& options, Service& service) : options_(options), service_(service) {}
 
-bool AliasServer::Start(const std::function<void()>& onFailure, std::string& error) {
-    if (!registry_.Load(error) || !Open(http_, nullptr, options_.httpPort, error)) {
+bool Server::Start(const std::function<void()>& onFailure, std::string& error) {
+    if (!Open(http_, nullptr, options_.httpPort, error)) {
         return false;
     }
     if (!options_.certificate.empty()) {
@@ -110,7 +128,7 @@ bool AliasServer::Start(const std::function<void()>& onFailure, std::string& err
     return true;
 }
 
-bool AliasServer::Open(std::unique_ptr<Listener>& listener, SSL_CTX* tls, int& port, std::string& error) {
+bool Server::Open(std::unique_ptr<Listener>& listener, SSL_CTX* tls, int& port, std::string& error) {
     listener = std::make_unique<Listener>(tls);
     SetRoutes(*listener);
     const int bound = listener->Open(options_.address, port);
@@ -122,7 +140,7 @@ bool AliasServer::Open(std::unique_ptr<Listener>& listener, SSL_CTX* tls, int& p
     return true;
 }
 
-AliasServer::TlsContext AliasServer::LoadCertificate(const Options& options, std::string& error) {
+Server::TlsContext Server::LoadCertificate(const ServerOptions& options, std::string& error) {
     TlsContext context(SSL_CTX_new(TLS_server_method()));
     SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
     if (SSL_CTX_use_certificate_chain_file(context.get(), options.certificate.c_str()) != 1) {
@@ -136,7 +154,7 @@ AliasServer::TlsContext AliasServer::LoadCertificate(const Options& options, std
     return context;
 }
 
-std::string AliasServer::Ports() const {
+std::string Server::Ports() const {
     Json::Value ports(Json::objectValue);
     ports["http"] = options_.httpPort;
     if (https_) {
@@ -145,7 +163,7 @@ std::string AliasServer::Ports() const {
     return ToJsonText(ports);
 }
 
-void AliasServer::Stop() {
+void Server::Stop() {
     for (Listener* listener : {http_.get(), https_.get()}) {
         if (listener) {
             listener->Stop();
@@ -153,7 +171,7 @@ void AliasServer::Stop() {
     }
 }
 
-void AliasServer::SetRoutes(httplib::Server& server) {
+void Server::SetRoutes(httplib::Server& server) {
     server.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         if (TakesBody(request)) {
             return HandlerResponse::Unhandled;
@@ -163,72 +181,82 @@ void AliasServer::SetRoutes(httplib::Server& server) {
     });
     const auto handler = [this](const httplib::Request& request, httplib::Response& response,
                                 const httplib::ContentReader& reader) { ReadAndDispatch(request, response, reader); };
-    for (const auto& [method, pattern] : kBodied) {
-        method == "PUT" ? server.Put(std::string(pattern), handler) : server.Post(std::string(pattern), handler);
+    for (const std::string& page : service_.Pages()) {
+        server.Post(Literally(page), handler);
+    }
+    for (const TestInterface::Route& route : service_.Tests().Routes()) {
+        if (HasBody(route.method)) {
+            const std::string path = Literally(route.path);
+            route.method == "PUT" ? server.Put(path, handler) : server.Post(path, handler);
+        }
     }
 }
 
-void AliasServer::ReadAndDispatch(const httplib::Request& request, httplib::Response& response,
-                                  const httplib::ContentReader& reader) {
+// Anything else is answered without reading a body.
+bool Server::TakesBody(const httplib::Request& request) const {
+    return (request.method == "POST" && service_.IsPage(request.path)) ||
+           (HasBody(request.method) && ServesAdmin(request));
+}
+
+void Server::ReadAndDispatch(const httplib::Request& request, httplib::Response& response,
+                             const httplib::ContentReader& reader) {
     // The HTTP library takes such a body apart itself and would call handlers that aren't there.
     if (request.is_multipart_form_data()) {
         response.status = 415;
         return;
     }
-    const auto body = ReadBody(request, reader, ServesAdmin(request) ? kMaxAdminBody : kMaxPublicBody);
+    const Service::Limits& limits = service_.BodyLimits();
+    const auto body = ReadBody(request, reader, ServesAdmin(request) ? limits.admin : limits.page);
     if (!body) {
         response.status = 413;
-        WriteLogLine(Describe(request, ""), "413");
+        WriteLog(Describe(request, ""), "413");
         return;
     }
     Dispatch(request, *body, response);
 }
 
-void AliasServer::Dispatch(const httplib::Request& request, const std::string& body, httplib::Response& response) {
+void Server::Dispatch(const httplib::Request& request, const std::string& body, httplib::Response& response) {
     ServesAdmin(request) ? AnswerAdmin(request, body, response) : AnswerPublic(request, body, response);
 }
 
-void AliasServer::AnswerAdmin(const httplib::Request& request, const std::string& body, httplib::Response& response) {
-    const AdminReply reply = admin_.Handle(request.method, request.path, body);
+void Server::AnswerAdmin(const httplib::Request& request, const std::string& body, httplib::Response& response) {
+    const AdminReply reply = service_.Tests().Handle(request.method, request.path, body);
     response.status = reply.status;
     response.set_content(reply.body, "application/json");
 }
 
-void AliasServer::AnswerPublic(const httplib::Request& request, const std::string& body, httplib::Response& response) {
+void Server::AnswerPublic(const httplib::Request& request, const std::string& body, httplib::Response& response) {
     const SeenRequest seen = Describe(request, body);
-    requests_.Add(seen);
-    if (!IsAliasPage(request.path)) {
+    service_.Requests().Add(seen);
+    if (!service_.IsPage(request.path)) {
         response.status = 404;
-        WriteLogLine(seen, "404");
+        WriteLog(seen, "404");
         return;
     }
-    WriteLogLine(seen, AnswerPage(seen, request, response));
+    WriteLog(seen, service_.Answer(seen, response));
 }
 
-std::string AliasServer::AnswerPage(const SeenRequest& seen, const httplib::Request& request,
-                                    httplib::Response& response) {
-    std::optional<Fault> fault;
-    const bool isDone = faults_.Play(*Connection::Current(), fault);
-    std::string mark = fault ? "fault:" + std::string(FaultName(*fault)) : "";
-    if (isDone) {
-        return mark;
-    }
-    const AliasCall call{seen.method, seen.path, seen.body, request.remote_addr};
-    const AliasReply reply = fault ? ReplyUnder(*fault, call) : Answer(registry_, call);
-    for (const std::string& cookie : fault ? fault->cookies : std::vector<std::string>()) {
-        response.set_header("Set-Cookie", cookie);
-    }
-    response.status = 200;
-    response.set_content(reply.body, reply.contentType);
-    const std::string word = reply.contentType == "application/json" ? "json" : reply.body;
-    return mark.empty() ? word : mark + "," + word;
+void Server::WriteLog(const SeenRequest& request, std::string_view reply) const {
+    WriteLogLine(request, service_.LogWords(request, reply));
 }
 
-AliasReply AliasServer::ReplyUnder(const Fault& fault, const AliasCall& call) {
-    if (fault.kind == FaultKind::kReply) {
-        return {fault.body, "text/plain"};
+int RunServer(const std::string& program, const ServerOptions& options, Service& service) {
+    const auto fail = [&](const std::string& reason) {
+        std::fprintf(stderr, "%s: %s\n", program.c_str(), reason.c_str());
+        return 1;
+    };
+    const sigset_t signals = BlockEndSignals();
+    Server server(options, service);
+    std::string error;
+    // SIGUSR1 is how a listener that failed wakes the main thread.
+    if (!server.Start([] { ::kill(::getpid(), SIGUSR1); }, error) ||
+        !TellPorts(server.Ports() + "\n", options.portsFile, error)) {
+        return fail(error);
     }
-    return fault.kind == FaultKind::kMaintenance ? MaintenanceReply() : Answer(registry_, call);
+    int number = 0;
+    sigwait(&signals, &number);
+    server.Stop();
+    return number == SIGUSR1 ? fail("a port can no longer be served") : 0;
 }
 
 }  // namespace ARDV::Sandbox

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "file.h"
+#include "http/file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "thread_pool.h"
+#include "http/thread_pool.h"
 
 #include <cstdio>
 #include <system_error>

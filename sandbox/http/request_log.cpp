@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "request_log.h"
+#include "http/request_log.h"
 
 #include <cstdio>
 #include <utility>
 
-#include "form.h"
-#include "text.h"
+#include "http/text.h"
 
 namespace ARDV::Sandbox {
 namespace {
@@ -26,10 +25,6 @@ Json::Value ToJsonValue(const SeenRequest& request) {
         json["headers"][name] = value;
     }
     return json;
-}
-
-std::string OrDash(const std::string& text) {
-    return text.empty() ? "-" : Printable(text, kLoggedBytes);
 }
 
 }  // namespace
@@ -56,14 +51,16 @@ Json::Value RequestLog::ToJson() const {
     return json;
 }
 
-void WriteLogLine(const SeenRequest& request, std::string_view reply) {
-    const auto form = Form::Parse(request.body);
+void WriteLogLine(const SeenRequest& request, std::string_view words) {
     std::string line = Timestamp() + " " + request.client + (request.isTls ? " https " : " http ") + request.method;
-    line += " " + Printable(request.path, kLoggedBytes);
-    line += " action=" + OrDash(form ? form->Get("action") : "") + " alias=" + OrDash(form ? form->Get("alias") : "");
-    line += " reply=" + OrDash(std::string(reply)) + " form=" + (form ? form->Masked() : "unreadable") + "\n";
+    line += " " + Printable(request.path, kLoggedBytes) + " ";
+    line.append(words).append("\n");
     std::fputs(line.c_str(), stdout);
     std::fflush(stdout);
+}
+
+std::string LogWord(std::string_view text) {
+    return text.empty() ? "-" : Printable(text, kLoggedBytes);
 }
 
 }  // namespace ARDV::Sandbox

@@ -14,8 +14,9 @@ namespace ARDV::Sandbox {
 
 /// One request as it came in.
 struct SeenRequest {
-    std::string time;    ///< Timestamp() of its arrival
-    std::string client;  ///< ADDRESS:PORT, or [ADDRESS]:PORT
+    std::string time;     ///< Timestamp() of its arrival
+    std::string client;   ///< ADDRESS:PORT, or [ADDRESS]:PORT
+    std::string address;  ///< ADDRESS alone
     std::string method;
     std::string path;
     std::string query;                           ///< what followed "?", still encoded
@@ -36,7 +37,7 @@ public:
     /// Forgets all.
     void Clear();
 
-    /// The requests kept, oldest first, secrets included (docs/alias-protocol.md, "Requests").
+    /// The requests kept, oldest first, secrets included (docs/alias-protocol.md, "The test interface").
     Json::Value ToJson() const;
 
 private:
@@ -44,7 +45,10 @@ private:
     std::deque<SeenRequest> requests_;
 };
 
-/// Writes the line for `request`, answered by `reply` (one word or text, made printable), to standard output.
-void WriteLogLine(const SeenRequest& request, std::string_view reply);
+/// Writes the line for `request` to standard output: when, who and what, then `words`, which must be printable.
+void WriteLogLine(const SeenRequest& request, std::string_view words);
+
+/// `text` for one place of that line: printable, at most 80 bytes of it, and "-" for an empty one.
+std::string LogWord(std::string_view text);
 
 }  // namespace ARDV::Sandbox

@@ -1,32 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
-// The alias server: the protocol and the test interface on its ports.
+// A service and its test interface on their ports.
 #pragma once
 
-#include <httplib.h>
 #include <openssl/ssl.h>
 
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "admin.h"
-#include "fault_box.h"
-#include "listener.h"
-#include "options.h"
-#include "protocol.h"
-#include "registry.h"
-#include "request_log.h"
+#include "http/listener.h"
+#include "http/options.h"
+#include "http/service.h"
 
 namespace ARDV::Sandbox {
 
 /// The server of one process.
-class AliasServer {
+class Server {
 public:
-    /// Takes its settings; opens nothing yet.
-    explicit AliasServer(const Options& options);
+    /// Takes its settings, and the service, which must outlive it; opens nothing yet.
+    Server(const ServerOptions& options, Service& service);
 
-    /// Loads the registry and the certificate, opens the ports and serves. `onFailure` is called from another thread if
-    /// serving ends without Stop(). Success: true. Failure: false, and `error` says why.
+    /// Loads the certificate, opens the ports and serves. `onFailure` is called from another thread if serving ends
+    /// without Stop(). Success: true. Failure: false, and `error` says why.
     bool Start(const std::function<void()>& onFailure, std::string& error);
 
     /// The ports, as the ports file tells them: {"http":N} or {"http":N,"https":N}. Valid after Start().
@@ -41,25 +36,27 @@ private:
     };
     using TlsContext = std::unique_ptr<SSL_CTX, FreeContext>;
 
-    static TlsContext LoadCertificate(const Options& options, std::string& error);
+    static TlsContext LoadCertificate(const ServerOptions& options, std::string& error);
     bool Open(std::unique_ptr<Listener>& listener, SSL_CTX* tls, int& port, std::string& error);
     void SetRoutes(httplib::Server& server);
+    bool TakesBody(const httplib::Request& request) const;
     void ReadAndDispatch(const httplib::Request& request, httplib::Response& response,
                          const httplib::ContentReader& reader);
     void Dispatch(const httplib::Request& request, const std::string& body, httplib::Response& response);
     void AnswerAdmin(const httplib::Request& request, const std::string& body, httplib::Response& response);
     void AnswerPublic(const httplib::Request& request, const std::string& body, httplib::Response& response);
-    std::string AnswerPage(const SeenRequest& seen, const httplib::Request& request, httplib::Response& response);
-    AliasReply ReplyUnder(const Fault& fault, const AliasCall& call);
+    void WriteLog(const SeenRequest& request, std::string_view reply) const;
 
-    Options options_;
-    Registry registry_;
-    FaultBox faults_;
-    RequestLog requests_;
-    Admin admin_;
+    ServerOptions options_;
+    Service& service_;
     TlsContext tls_;
     std::unique_ptr<Listener> http_;
     std::unique_ptr<Listener> https_;
 };
+
+/// Serves `service` until SIGTERM or SIGINT: writes the ports to standard output and to the ports file. Gives the exit
+/// code: 0 after an end in order; 1 after a failure, its reason on standard error after `program`. Call it before any
+/// thread exists: the signals are blocked in all of them.
+int RunServer(const std::string& program, const ServerOptions& options, Service& service);
 
 }  // namespace ARDV::Sandbox

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "text.h"
+#include "http/text.h"
 
 #include <algorithm>
 #include <chrono>

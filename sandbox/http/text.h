@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Small text helpers shared by the alias server's parts.
+// Small text helpers shared by the servers' parts.
 #pragma once
 
 #include <json/json.h>

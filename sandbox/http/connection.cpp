@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "connection.h"
+#include "http/connection.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -84,6 +84,9 @@ Connection::~Connection() {
 }
 
 void Connection::End() {
+    if (isReset_) {
+        return;
+    }
     if (!isCut_ && !isAborted_ && tls_ && SSL_is_init_finished(tls_.get())) {
         SSL_shutdown(tls_.get());
     }
@@ -103,6 +106,26 @@ bool Connection::Handshake() {
 void Connection::Cut() {
     isFinished_ = true;
     isCut_ = true;
+}
+
+void Connection::Reset() {
+    Cut();
+    isReset_ = true;
+    const linger now{1, 0};
+    ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+}
+
+Connection::WaitEnd Connection::Wait(std::chrono::milliseconds limit, int wake) const {
+    const auto end = Clock::now() + limit;
+    for (;;) {
+        pollfd entries[2] = {{socket_, POLLRDHUP, 0}, {wake, POLLIN, 0}};
+        const int count = ::poll(entries, 2, MillisecondsUntil(end));
+        if (count >= 0) {
+            return entries[0].revents != 0   ? WaitEnd::kPeerLeft
+                   : entries[1].revents != 0 ? WaitEnd::kWoken
+                                             : WaitEnd::kTime;
+        }
+    }
 }
 
 bool Connection::WaitUntilPeerLeaves(std::optional<std::chrono::milliseconds> limit) const {
