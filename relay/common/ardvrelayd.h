@@ -14,6 +14,24 @@ extern "C" {
 #endif
 
 /**
+ * Switches the daemon's debug log on: sets "log_level" to 7 and "log_file" in the configuration, and has a running daemon read it again. If
+ * none runs, which is then said on standard error, the setting counts from its next start. The configuration is not locked meanwhile: of
+ * two writers the last one wins.
+ *
+ * @param logFile path of the log file, not checked
+ * @return 0; -1 for null, and if the configuration cannot be read, is no JSON object, or cannot be written
+ */
+ARDVRELAYD_API int ALIBRelaydLogStart(const char* logFile);
+
+/**
+ * Switches the debug log off: removes "log_level" and "log_file" from the configuration, and has a running daemon read it again, as
+ * `ALIBRelaydLogStart`. A configuration that cannot be read is replaced by an empty one.
+ *
+ * @return 0; -1 if the configuration cannot be written
+ */
+ARDVRELAYD_API int ALIBRelaydLogStop(void);
+
+/**
  * The device's server identifier, and whether a service is offered through the relay.
  *
  * @param service identifier of a service, or null to ask for the server identifier alone

@@ -20,6 +20,8 @@ namespace {
 using namespace ARDV::Relay;
 
 constexpr std::size_t kMatches = 2;  // the whole and its one group
+constexpr const char kLogLevelKey[] = "log_level";
+constexpr const char kLogFileKey[] = "log_file";
 
 Json::Value ReadConfiguration() {
     Json::Value configuration;
@@ -56,6 +58,42 @@ int CopyPortalDomain(const std::string& host, char* buffer, std::size_t size) {
     return 0;
 }
 
+void ReloadDaemon() {
+    Daemon::LibInit();
+    Daemon::Hup();  // without a daemon the setting counts from its next start
+}
+
+int SaveForDaemon(const Json::Value& configuration) {
+    if (!RelaydConf::WriteJsonFile(Paths::kMainConfigFile, configuration)) {
+        return -1;
+    }
+    ReloadDaemon();
+    return 0;
+}
+
+int StartLog(const char* logFile) {
+    Json::Value configuration = ReadConfiguration();
+    if (!configuration.isObject()) {
+        return -1;
+    }
+    configuration[kLogLevelKey] = LOG_DEBUG;
+    configuration[kLogFileKey] = logFile;
+    return SaveForDaemon(configuration);
+}
+
+// A configuration of another kind has nothing to remove; it is written back as it is.
+int StopLog() {
+    Json::Value configuration = ReadConfiguration();
+    if (configuration.isNull()) {
+        configuration = Json::Value(Json::objectValue);
+    }
+    if (configuration.isObject()) {
+        configuration.removeMember(kLogLevelKey);
+        configuration.removeMember(kLogFileKey);
+    }
+    return SaveForDaemon(configuration);
+}
+
 int GetServerId(const char* service, char* buffer, std::size_t size) {
     const Json::Value configuration = ReadConfiguration();
     if (!configuration.isObject()) {
@@ -85,6 +123,14 @@ int Guarded(Function function) noexcept {
 }
 
 }  // namespace
+
+extern "C" int ALIBRelaydLogStart(const char* logFile) {
+    return !logFile ? -1 : Guarded([=] { return StartLog(logFile); });
+}
+
+extern "C" int ALIBRelaydLogStop(void) {
+    return Guarded(StopLog);
+}
 
 extern "C" int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size) {
     if (buffer && size != 0) {

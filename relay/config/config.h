@@ -216,6 +216,27 @@ public:
     /** The global control server. */
     const ServerConf& GetGlobalServer() const { return serverGlobal_; }
 
+    /** The server that the device registers at, and the one that holds commands for it. */
+    const ServerConf& GetControlServer() const { return serverControl_; }
+    const ServerConf& GetWaitCmdServer() const { return serverWaitCmd_; }
+
+    /** The device's identifier at the service; empty while it has none. Setting it saves nothing: see `WriteServerId`. */
+    const std::string& GetServerId() const { return serverId_; }
+    void SetServerId(const std::string& serverId) { serverId_ = serverId; }
+
+    /** Path of the daemon's log; empty if none is set. */
+    const std::string& GetLogFile() const { return logFile_; }
+
+    /** Threshold of the daemon's log, for `Daemon::SetLogFile`. */
+    std::int32_t GetLogLevel() const { return logLevel_; }
+
+    /** The switches "support_channel" and "server_smartdns". */
+    bool IsSupportChannelEnabled() const { return supportChannel_.GetEnabled(); }
+    bool IsSmartDNSEnabled() const { return serverSmartDns_.GetEnabled(); }
+
+    /** The network as `Reload` read it; empty before. */
+    const NetworkConf& GetNetwork() const { return network_; }
+
     /** The services, in their order. */
     const std::vector<ServiceConf>& GetServices() const { return services_; }
 

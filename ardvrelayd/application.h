@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include <json/value.h>
+
+#include "alias_keeper.h"
+#include "clock_watch.h"
+#include "control_session.h"
+#include "device.h"
+#include "event_loop.h"
+#include "network_watch.h"
+#include "options.h"
+#include "recent_errors.h"
+#include "service_manager.h"
+#include "signals.h"
+#include "status_file.h"
+#include "transfer_engine.h"
+
+namespace ardv::daemon {
+
+/** The daemon at work: owns its parts, and carries to each what the others, the signals and the system have news of. */
+class Application {
+public:
+    /** @param configuration valid, loaded from the file that `options` name */
+    Application(const Options& options, ARDV::Relay::RelaydConf configuration);
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    /** Works until a signal ends it. */
+    void Run();
+
+private:
+    void Obey(Command command);
+    void Stop();
+    void Reload();
+    void Report();
+    void UpdateAlias();
+    void OnNetworkChange();
+    void OnClockSet();
+    void OnSessionChange();
+    void SwitchOnOrOff(std::chrono::milliseconds delay);
+    std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);
+    std::optional<ARDV::Relay::RELAYD_RET> UpdateAliasFor(const std::string& id);
+    Status CurrentStatus() const;
+    void Publish();
+    Json::Value Describe() const;
+    bool IsHealthy(std::string& why) const;
+
+    const Options& options_;
+    EventLoop loop_;
+    TransferEngine engine_;
+    Device device_;
+    RecentErrors errors_;
+    StatusFile statusFile_;
+    ControlSession session_;
+    AliasKeeper alias_;
+    SignalSource signals_;
+    NetworkWatch network_;
+    ClockWatch clock_;
+    ServiceManager manager_;
+    Json::UInt64 reloads_ = 0;
+    std::chrono::steady_clock::time_point startedAt_;
+    bool isStopping_ = false;
+};
+
+}  // namespace ardv::daemon

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "descriptor.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace ardv::daemon {
+
+Descriptor::~Descriptor() {
+    if (IsOpen()) {
+        close(fd_);
+    }
+}
+
+void KeepDescriptorsFromChildren() {
+    constexpr int kFirst = STDERR_FILENO + 1;
+    constexpr int kEnd = 256;
+    const int error = errno;
+    if (close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
+        for (int fd = kFirst; fd < kEnd; ++fd) {
+            fcntl(fd, F_SETFD, FD_CLOEXEC);
+        }
+    }
+    errno = error;
+}
+
+}  // namespace ardv::daemon
