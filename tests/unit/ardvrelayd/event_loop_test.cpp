@@ -13,8 +13,8 @@
 #include <gtest/gtest.h>
 
 #include "support/captured_log.h"
-#include "unit/ardvrelayd/daemon_loop.h"
 #include "support/scratch_folder.h"
+#include "unit/ardvrelayd/daemon_loop.h"
 
 using namespace ardv::test;
 using namespace ardv::daemon;
