@@ -77,8 +77,16 @@ TEST(ControlAnswer, CountsAMissingErrorNumberOrOneOfAnotherTypeAsUnknown) {
 }
 
 TEST(ControlAnswer, IsNoneWithoutAJsonObject) {
-    const std::vector<std::string> bodies = {"",        "null", "0", "\"errno\"", "[]", R"([{"errno":0}])",
-                                             "{\"errno\":0", "ok", std::string(5000, '['), std::string(5000, '{')};
+    const std::vector<std::string> bodies = {"",
+                                             "null",
+                                             "0",
+                                             "\"errno\"",
+                                             "[]",
+                                             R"([{"errno":0}])",
+                                             "{\"errno\":0",
+                                             "ok",
+                                             std::string(5000, '['),
+                                             std::string(5000, '{')};
     for (const auto& body : bodies) {
         const auto answer = AnswerTo(200, body);
         EXPECT_EQ(answer.result, RELAYD_RET_ERR_UNKNOWN) << body.substr(0, 20);
@@ -187,8 +195,8 @@ TEST(Registration, IsNoneWithoutOneOfItsRequiredMembers) {
         auto answer = RegistrationWith("");
         answer.removeMember(key);
         EXPECT_FALSE(ReadRegistration(answer)) << key;
-        for (const char* wrong : {"null", "1", "true", "[]", "{}", "[\"s1\"]", "\"\"", "\"a b\"", "\"a/b\"",
-                                  "\"a\\n\"", "\"a\\u0000\"", "\"\\u00e9\"", "\"a\\\"\""}) {
+        for (const char* wrong : {"null", "1", "true", "[]", "{}", "[\"s1\"]", "\"\"", "\"a b\"", "\"a/b\"", "\"a\\n\"",
+                                  "\"a\\u0000\"", "\"\\u00e9\"", "\"a\\\"\""}) {
             answer[key] = JsonOf(wrong);
             EXPECT_FALSE(ReadRegistration(answer)) << key << ": " << wrong;
         }
@@ -223,8 +231,13 @@ TEST(Terms, HoldTheKeepAliveIntervalWithinItsBounds) {
     const struct {
         const char* number;
         std::chrono::seconds expected;
-    } rows[] = {{"60", 60s},    {"86400", 24h},      {"59", 60s}, {"0", 60s},
-                {"-5", 60s},    {"86401", 24h},      {"9223372036854775807", 24h},
+    } rows[] = {{"60", 60s},
+                {"86400", 24h},
+                {"59", 60s},
+                {"0", 60s},
+                {"-5", 60s},
+                {"86401", 24h},
+                {"9223372036854775807", 24h},
                 {"-9223372036854775808", 60s}};
     for (const auto& [number, expected] : rows) {
         EXPECT_EQ(ReadTerms(JsonOf(std::string(R"({"keep_alive":)") + number + "}")).keepAlive, expected) << number;
@@ -253,10 +266,25 @@ TEST(ControlHost, IsTheNameOfAHost) {
 }
 
 TEST(ControlHost, IsNoneForAnythingElse) {
-    const std::vector<std::string> wrong = {"",         "-a.zz",      "a.zz-",   ".a.zz",     "a.zz.",     "a..zz",
-                                            "a b.zz",   "a.zz/x",     "a.zz:80", "me@a.zz",   "a.zz?x",    "a.zz#x",
-                                            "http://a", "[::1]",      "a_b.zz",  "a.zz\n",    "caf\xc3\xa9.zz",
-                                            std::string("a\0b", 3),   std::string(254, 'a')};
+    const std::vector<std::string> wrong = {"",
+                                            "-a.zz",
+                                            "a.zz-",
+                                            ".a.zz",
+                                            "a.zz.",
+                                            "a..zz",
+                                            "a b.zz",
+                                            "a.zz/x",
+                                            "a.zz:80",
+                                            "me@a.zz",
+                                            "a.zz?x",
+                                            "a.zz#x",
+                                            "http://a",
+                                            "[::1]",
+                                            "a_b.zz",
+                                            "a.zz\n",
+                                            "caf\xc3\xa9.zz",
+                                            std::string("a\0b", 3),
+                                            std::string(254, 'a')};
     for (const auto& host : wrong) {
         Json::Value answer;
         answer["control_host"] = host;
@@ -294,14 +322,15 @@ TEST(ServerCommands, ArePassedOverWithoutAnIdentifier) {
 }
 
 TEST(ServerCommands, MayHaveAnyName) {
-    const auto commands = ReadCommands(JsonOf(R"({"commands":[{"id":"1"},{"id":"2","command":7},{"id":"3","command":""}]})"));
+    const auto commands =
+        ReadCommands(JsonOf(R"({"commands":[{"id":"1"},{"id":"2","command":7},{"id":"3","command":""}]})"));
     EXPECT_THAT(commands, SizeIs(3));
     EXPECT_THAT(commands, Each(Field(&ServerCommand::name, "")));
 }
 
 TEST(ServerCommands, AreNoneWithoutAList) {
-    for (const char* answer : {"{}", R"({"commands":null})", R"({"commands":{"id":"1"}})", R"({"commands":"x"})",
-                               R"({"commands":[]})"}) {
+    for (const char* answer :
+         {"{}", R"({"commands":null})", R"({"commands":{"id":"1"}})", R"({"commands":"x"})", R"({"commands":[]})"}) {
         EXPECT_THAT(ReadCommands(JsonOf(answer)), IsEmpty()) << answer;
     }
 }

@@ -68,8 +68,7 @@ TEST_F(DaemonDeviceTest, StaysAsItIsWhereTheFilesSettingsAreNotValid) {
     auto device = Load(R"({"serverID":"box-1"})");
     WriteText(kFile, R"({"serverID":"box-2","server_control":{"protocol":"gopher"}})");
     const auto messages = MessagesAt(LOG_ERR, [&] { EXPECT_FALSE(device.Reload()); });
-    EXPECT_THAT(messages,
-                Contains("device.cpp the configuration " + kFile + " is not valid and is not taken over"));
+    EXPECT_THAT(messages, Contains("device.cpp the configuration " + kFile + " is not valid and is not taken over"));
     EXPECT_EQ(device.Configuration().GetServerId(), "box-1");
 }
 
@@ -87,7 +86,8 @@ TEST_F(DaemonDeviceTest, StoresAnAssignedIdentifierAndKeepsTheRestOfTheFile) {
     auto device = Load(R"({"own":{"a":1},"server_control":{"host":"eu1.box.zz","port":8443}})");
     device.SetServerId("box-7");
     EXPECT_EQ(device.Configuration().GetServerId(), "box-7");
-    EXPECT_EQ(Stored(), JsonOf(R"({"own":{"a":1},"server_control":{"host":"eu1.box.zz","port":8443},"serverID":"box-7"})"));
+    EXPECT_EQ(Stored(),
+              JsonOf(R"({"own":{"a":1},"server_control":{"host":"eu1.box.zz","port":8443},"serverID":"box-7"})"));
 }
 
 TEST_F(DaemonDeviceTest, StoresAnotherControlHostAndKeepsTheServersOtherSettings) {
@@ -107,7 +107,8 @@ TEST_F(DaemonDeviceTest, StoresTheSmartDnsSetting) {
 }
 
 TEST_F(DaemonDeviceTest, WritesNothingWhereNothingDiffers) {
-    auto device = Load(R"({"serverID":"box-1","server_control":{"host":"eu1.box.zz"},"server_smartdns":{"enabled":true}})");
+    auto device =
+        Load(R"({"serverID":"box-1","server_control":{"host":"eu1.box.zz"},"server_smartdns":{"enabled":true}})");
     fs::remove(kFile);
     device.SetServerId("box-1");
     device.SetControlHost("eu1.box.zz");
@@ -162,7 +163,8 @@ TEST_F(DaemonDeviceTest, ShowsWhatARegistrationIsAbout) {
         EXPECT_EQ(device.Registered(), before) << same;
     }
     for (const char* other :
-         {R"({"serverID":"box-2","server_alias":{"alias":"attic"}})", R"({"serverID":"box-1","server_alias":{"alias":"loft"}})",
+         {R"({"serverID":"box-2","server_alias":{"alias":"attic"}})",
+          R"({"serverID":"box-1","server_alias":{"alias":"loft"}})",
           R"({"serverID":"box-1","server_alias":{"alias":"attic"},"server_control":{"host":"eu9.box.zz"}})",
           R"({"serverID":"box-1","server_alias":{"alias":"attic"},"server_waitcmd":{"port":81}})",
           R"({"serverID":"box-1","server_alias":{"alias":"attic"},"server_smartdns":{"enabled":true}})",

@@ -56,9 +56,10 @@ TEST(Options, HaveTheirDefaults) {
 }
 
 TEST(Options, AreTakenInTheirLongAndShortForms) {
-    for (const auto& words : {std::vector<std::string>{"--foreground", "--config", "/c", "--pid-file=/p", "--start-spread=1.5"},
-                              std::vector<std::string>{"-f", "-c", "/c", "-p/p", "-s", "1.5"},
-                              std::vector<std::string>{"-fc", "/c", "-p", "/p", "-s1.5"}}) {
+    for (const auto& words :
+         {std::vector<std::string>{"--foreground", "--config", "/c", "--pid-file=/p", "--start-spread=1.5"},
+          std::vector<std::string>{"-f", "-c", "/c", "-p/p", "-s", "1.5"},
+          std::vector<std::string>{"-fc", "/c", "-p", "/p", "-s1.5"}}) {
         const auto options = Read(words);
         EXPECT_EQ(options.mode, Mode::kRun) << options.problem;
         EXPECT_TRUE(options.foreground);
@@ -142,10 +143,9 @@ TEST(Options, AreReadAfreshEachTime) {
 
 TEST(Help, NamesEachOptionWithItsDefaultAndFitsATerminal) {
     const auto text = HelpText();
-    for (const char* option :
-         {"-f, --foreground ", "-c, --config FILE", "-t, --check-config ", "-p, --pid-file FILE",
-          "-s, --start-spread SECONDS", "    --retry-base SECONDS", "    --retry-cap SECONDS", "-L, --certificate ",
-          "-V, --version ", "-h, --help "}) {
+    for (const char* option : {"-f, --foreground ", "-c, --config FILE", "-t, --check-config ", "-p, --pid-file FILE",
+                               "-s, --start-spread SECONDS", "    --retry-base SECONDS", "    --retry-cap SECONDS",
+                               "-L, --certificate ", "-V, --version ", "-h, --help "}) {
         EXPECT_THAT(text, HasSubstr(std::string("\n  ") + option));
     }
     for (std::size_t begin = 0; begin < text.size();) {

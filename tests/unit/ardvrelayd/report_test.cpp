@@ -62,8 +62,7 @@ TEST_F(ReportTest, ShowsTheSettings) {
     EXPECT_EQ(shown["log_file"], "/var/log/x");
     EXPECT_EQ(shown["disable_holepunch"], true);
     EXPECT_EQ(shown["server_control"], JsonOf(R"({"host":"eu1.box.zz","ip":"","protocol":"https","port":8443})"));
-    EXPECT_EQ(shown["server_alias"],
-              JsonOf(R"({"alias":"attic","url":"https://alias.box.zz","poll_seconds":86400})"));
+    EXPECT_EQ(shown["server_alias"], JsonOf(R"({"alias":"attic","url":"https://alias.box.zz","poll_seconds":86400})"));
     EXPECT_EQ(shown["service"], JsonOf(R"([{"id":"made-up","port":5000,"ext_port":6000}])"));
 }
 
@@ -98,8 +97,8 @@ TEST_F(ReportTest, ShowsTransfersWithoutTheirPathsAndQueries) {
     TransferEngine engine(loop);
     auto url = silent.Url() + "SECRET?key=SECRET#SECRET";
     url.insert(url.find("//") + 2, "SECRET:SECRET@");
-    const auto transfer =
-        engine.Start(std::make_shared<Request>(url.c_str(), "SECRET", true), [](Request&) {}, "register");
+    const auto transfer = engine.Start(
+        std::make_shared<Request>(url.c_str(), "SECRET", true), [](Request&) {}, "register");
     const auto list = DescribeTransfers(engine);
     ASSERT_EQ(list.size(), 1U);
     EXPECT_EQ(list[0]["purpose"], "register");
