@@ -20,10 +20,10 @@ using namespace ARDV::Relay;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-Application::Application(const Options& options, RelaydConf configuration)
+Application::Application(const Options& options, const RelaydConf& configuration)
     : options_(options),
       engine_(loop_),
-      device_(std::move(configuration), options.configFile),
+      device_(configuration, options.configFile),
       session_(loop_, engine_, device_, errors_, options.retry,
                {[this] { OnSessionChange(); }, [this](const ServerCommand& command) { return CarryOut(command); }}),
       alias_(loop_, engine_, device_, errors_, options.retry),

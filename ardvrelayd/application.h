@@ -25,7 +25,7 @@ namespace ardv::daemon {
 class Application {
 public:
     /** @param configuration valid, loaded from the file that `options` name */
-    Application(const Options& options, ARDV::Relay::RelaydConf configuration);
+    Application(const Options& options, const ARDV::Relay::RelaydConf& configuration);
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 

@@ -20,8 +20,8 @@ constexpr const char* kRegistered[] = {"server_control", "server_waitcmd", "serv
 
 }  // namespace
 
-Device::Device(RelaydConf configuration, std::string path)
-    : configuration_(std::move(configuration)), path_(std::move(path)), network_(true), networkFacts_(NetworkFacts()) {}
+Device::Device(const RelaydConf& configuration, std::string path)
+    : configuration_(configuration), path_(std::move(path)), network_(true), networkFacts_(NetworkFacts()) {}
 
 bool Device::IsWanted() const {
     return configuration_.GetEnableConf() || configuration_.IsSupportChannelEnabled();

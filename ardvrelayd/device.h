@@ -13,7 +13,7 @@ namespace ardv::daemon {
 class Device {
 public:
     /** @param path the main configuration file, from which `configuration` was loaded */
-    Device(ARDV::Relay::RelaydConf configuration, std::string path);
+    Device(const ARDV::Relay::RelaydConf& configuration, std::string path);
 
     const ARDV::Relay::RelaydConf& Configuration() const { return configuration_; }
     const ARDV::Relay::NetworkConf& Network() const { return network_; }
