@@ -125,24 +125,37 @@ Options UsageError(const std::string& problem) {
     return options;
 }
 
+std::string NameOf(const OptionRow& row) {
+    return std::string("--") + row.name;
+}
+
+// What is wrong with an option that getopt does not take. It leaves the option's number or letter in optopt, and nothing for a
+// long one that it does not know.
+std::string ProblemWith(int number, const std::string& word) {
+    const auto* row = FindOption(optopt);
+    if (number == ':') {
+        return (row ? NameOf(*row) : word) + " needs a value";
+    }
+    if (row) {
+        return NameOf(*row) + " takes no value";
+    }
+    return "there is no option " + (optopt ? std::string("-") + static_cast<char>(optopt) : word);
+}
+
 }  // namespace
 
 Options ReadOptions(int argc, char** argv) {
     Options options;
     const auto letters = Letters();
     const auto list = LongOptions();
-    optind = 1;
+    optind = 0;  // from the beginning, also where a line before was left in the midst of a word
     for (int number = 0; (number = getopt_long(argc, argv, letters.c_str(), list.data(), nullptr)) != -1;) {
-        const std::string given = argv[optind - 1];
         const auto* row = FindOption(number);
-        if (number == ':') {
-            return UsageError(given + " needs a value");
-        }
         if (!row) {
-            return UsageError("there is no option " + given);
+            return UsageError(ProblemWith(number, argv[optind - 1]));
         }
         if (!row->take(options, optarg ? optarg : "")) {
-            return UsageError(std::string("--") + row->name + " cannot be " + (optarg ? optarg : ""));
+            return UsageError(NameOf(*row) + " cannot be " + (optarg ? optarg : ""));
         }
     }
     if (optind < argc) {
@@ -159,7 +172,7 @@ std::string HelpText() {
         "Usage: ardvrelayd [OPTION]...\nKeeps this device reachable by its alias, from the background.\n\n";
     for (const auto& row : kOptions) {
         std::string line = row.letter ? std::string("  -") + row.letter + ", " : "      ";
-        line += std::string("--") + row.name + (row.value ? std::string(" ") + row.value : "");
+        line += NameOf(row) + (row.value ? std::string(" ") + row.value : "");
         line.resize(std::max(line.size() + 1, kColumn), ' ');
         text += line + row.help + "\n";
     }
