@@ -43,6 +43,7 @@ private:
     void OnSessionChange();
     void SwitchOnOrOff(std::chrono::milliseconds delay);
     std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);
+    std::optional<ARDV::Relay::RELAYD_RET> RefuseTunnel(const ServerCommand& command) const;
     std::optional<ARDV::Relay::RELAYD_RET> UpdateAliasFor(const std::string& id);
     Status CurrentStatus() const;
     void Publish();

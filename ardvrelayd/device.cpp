@@ -28,8 +28,11 @@ bool Device::IsWanted() const {
 }
 
 bool Device::Reload() {
-    RelaydConf fresh(path_.c_str());
-    if (!fresh.IsValid()) {
+    const RelaydConf fresh(path_.c_str());
+    Json::Value settings;
+    const bool isThere =
+        RelaydConf::ReadJsonFile(path_, settings) && settings.isObject();  // else these are the defaults
+    if (!isThere || !fresh.IsValid()) {
         DAEMON_LOG(LOG_ERR, "the configuration %s is not valid and is not taken over", path_.c_str());
         return false;
     }

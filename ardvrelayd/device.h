@@ -24,7 +24,8 @@ public:
     /**
      * Reads configuration and network again, and puts the log settings into force.
      *
-     * @return false, with a message of level 3 and everything as it was, if the file's settings are not valid
+     * @return false, with a message of level 3 and everything as it was, if there is no file, or it is damaged, or its settings are
+     *         not valid
      */
     bool Reload();
 

@@ -159,7 +159,7 @@ std::string ControlService::Hold(Call& call, const std::shared_ptr<HeldWait>& wa
         switch (Connection::Current()->Wait(left, wait->Descriptor())) {
             case Connection::WaitEnd::kPeerLeft:
                 Connection::Current()->Cut();
-                return "left";
+                return Connection::Current()->IsAborted() ? "ended" : "left";
             case Connection::WaitEnd::kTime:
                 return AnswerWait(call, {});
             case Connection::WaitEnd::kWoken:

@@ -89,7 +89,7 @@ bool Scenario::ReadStep(const Json::Value& json, Step& step, std::string& error)
         step.act.push = json["push"];
     }
     if (json.isMember("answer")) {
-        step.act.fault = ParseFault(json["answer"], {ControlFaultRules().kinds, {}}, error);
+        step.act.fault = ParseFault(json["answer"], PlacedFaultRules(), error);
         return step.act.fault.has_value();
     }
     return true;

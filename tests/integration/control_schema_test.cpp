@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "integration/control_server_fixture.h"
 #include "support/control_schema.h"
+#include "support/process.h"
 
 namespace ardv::test {
 namespace {
@@ -73,6 +77,73 @@ TEST_F(ControlSchema, TakesTheExamplesAsRequests) {
             EXPECT_EQ(Post(request)["errno"], 6) << file << ": as it should be but for its session";
         }
     }
+}
+
+std::string Configuration(int port) {
+    const std::string server = R"({"protocol":"http","host":"127.0.0.1","port":)" + std::to_string(port) + "}";
+    return R"({"tethra":{"enabled":true},"server_global":)" + server + R"(,"server_control":)" + server +
+           R"(,"server_waitcmd":)" + server + R"(,"server_alias":{"alias":"attic","url":"http://127.0.0.1:1"}})";
+}
+
+/** The daemon, as long as this lives. */
+class RunningDaemon {
+public:
+    explicit RunningDaemon(const std::string& log)
+        : pid_(Spawn({ARDV_RELAYD, "--foreground", "--retry-base", "0.1", "--retry-cap", "0.5"}, log)) {}
+    RunningDaemon(const RunningDaemon&) = delete;
+    RunningDaemon& operator=(const RunningDaemon&) = delete;
+    ~RunningDaemon() { Stop(); }
+
+    /** Its exit code, or minus the signal that ended it. */
+    int Stop() {
+        if (pid_ < 0) {
+            return 0;
+        }
+        ::kill(pid_, SIGTERM);
+        if (!HasEnded(pid_, 10'000)) {
+            ::kill(pid_, SIGKILL);
+        }
+        return Reap(std::exchange(pid_, -1));
+    }
+
+private:
+    pid_t pid_;
+};
+
+/** The bodies of the requests of one command. */
+std::vector<std::string> BodiesOf(const std::string& command, const Json::Value& requests) {
+    std::vector<std::string> bodies;
+    for (const Json::Value& request : requests) {
+        const std::string body = request["body"].asString();
+        if (ParseText(body)["command"] == command) {
+            bodies.push_back(body);
+        }
+    }
+    return bodies;
+}
+
+TEST_F(ControlSchema, FitsWhatTheDaemonSays) {
+    MakeDevice();
+    WriteText("/usr/ardv/etc/ardvrelayd/ardvrelayd.conf", Configuration(server.HttpPort()));
+    const std::string log = folder.Path() + "/daemon.log";
+    RunningDaemon daemon(log);
+    ASSERT_TRUE(server.WaitFor([&] { return !server.Sessions().empty(); })) << ReadText(log);
+    id = server.Sessions().getMemberNames().front();
+    ASSERT_TRUE(server.AwaitWait(id)) << ReadText(log);
+    for (const char* command : {"update_alias", "close_tunnel", "unheard_of"}) {
+        server.Command(id, R"({"command":")" + std::string(command) + "\"}");
+    }
+    EXPECT_TRUE(server.WaitFor([&] { return server.Results().size() == 3; })) << ReadText(log);
+    ASSERT_TRUE(server.AwaitWait(id)) << ReadText(log);
+    EXPECT_EQ(server.BreakWaits(R"({"kind":"reset"})"), 1);
+    EXPECT_TRUE(server.WaitFor([&] { return !BodiesOf("keep_alive", server.Requests()).empty(); })) << ReadText(log);
+    server.EndSessions();
+    EXPECT_TRUE(server.WaitFor([&] { return BodiesOf("register", server.Requests()).size() == 2; })) << ReadText(log);
+    EXPECT_EQ(daemon.Stop(), 0) << ReadText(log);
+    const Json::Value requests = server.Requests();
+    EXPECT_EQ(CheckMessages("register-request", BodiesOf("register", requests)), "");
+    EXPECT_EQ(CheckMessages("keep-alive-request", BodiesOf("keep_alive", requests)), "");
+    EXPECT_EQ(CheckMessages("wait-request", BodiesOf("wait", requests)), "");
 }
 
 struct WrongMessage {

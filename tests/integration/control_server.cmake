@@ -13,8 +13,9 @@ ardv_add_test(ardv_control_server_tests
   support/test_certificates.cpp)
 target_compile_definitions(ardv_control_server_tests PRIVATE
   ARDV_CONTROL_SERVER="$<TARGET_FILE:ardv_sandbox_control_server>"
+  ARDV_RELAYD="$<TARGET_FILE:ardvrelayd_program>"
   ARDV_MAKE_CERTIFICATES="${PROJECT_SOURCE_DIR}/sandbox/make-certificates"
   ARDV_SCHEMA_CHECK="${CMAKE_CURRENT_SOURCE_DIR}/support/schema_check"
   ARDV_SCHEMA_FOLDER="${PROJECT_SOURCE_DIR}/docs/control-protocol")
 target_link_libraries(ardv_control_server_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp OpenSSL::SSL)
-add_dependencies(ardv_control_server_tests ardv_sandbox_control_server)
+add_dependencies(ardv_control_server_tests ardv_sandbox_control_server ardvrelayd_program)

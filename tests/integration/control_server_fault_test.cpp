@@ -129,7 +129,9 @@ TEST_F(ControlServerFault, RefusesOrdersForFaultsThatAreNone) {
         ASSERT_TRUE(answer);
         EXPECT_EQ(answer->status, 400) << order;
     }
-    EXPECT_EQ(Admin("POST", "/sandbox/waits", R"({"kind":"none"})")->status, 400);
+    for (const char* order : {R"({"kind":"none"})", R"({"kind":"reset","count":2})", "[]", ""}) {
+        EXPECT_EQ(Admin("POST", "/sandbox/waits", order)->status, 400) << order;
+    }
     EXPECT_EQ(PostText("{}"), R"(200 {"errno":9,"member":"version"})");
 }
 

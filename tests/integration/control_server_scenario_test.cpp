@@ -77,7 +77,8 @@ TEST_F(ControlServerScenario, RefusesStepsThatAreNone) {
          {"{}", "[1]", "[{}]", R"([{"when":5}])", R"([{"when":{"times":0}}])", R"([{"when":{"after":-1}}])",
           R"([{"when":{"then":1}}])", R"([{"when":{},"answer":{"kind":"none"}}])", R"([{"when":{},"answer":5}])",
           R"([{"when":{},"push":"update_alias"}])", R"([{"when":{},"other":1}])", R"([{"when":{"command":5}}])",
-          R"([{"when":{},"answer":{"kind":"errno","value":1,"command":"wait"}}])"}) {
+          R"([{"when":{},"answer":{"kind":"errno","value":1,"command":"wait"}}])",
+          R"([{"when":{},"answer":{"kind":"errno","value":1,"count":2}}])"}) {
         const auto answer = Admin("PUT", "/sandbox/scenario", steps);
         ASSERT_TRUE(answer);
         EXPECT_EQ(answer->status, 400) << steps;

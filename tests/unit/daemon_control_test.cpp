@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -61,6 +62,12 @@ TEST_F(DaemonName, NullIsRefusedAndChangesNothing) {
     EXPECT_STREQ(Daemon::GetPidFile(), "");
     EXPECT_EQ(daemon_log_ident, nullptr);
     EXPECT_EQ(daemon_pid_file_ident, nullptr);
+}
+
+TEST(DaemonTests, SeeNoProcessesButTheirOwn) {
+    EXPECT_EQ(getppid(), 1);
+    EXPECT_EQ(kill(-1, 0), -1) << "there is nobody else";
+    EXPECT_EQ(errno, ESRCH);
 }
 
 class PidFile : public DaemonTest {};
