@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -17,9 +18,11 @@
 
 #include <relay/common/vocabulary.h>
 
+#include "support/control_server_process.h"
 #include "support/file_text.h"
 #include "support/program.h"
 #include "support/systemd_box.h"
+#include "support/test_certificates.h"
 
 using namespace ardv::test;
 using namespace ARDV::Relay;
@@ -47,6 +50,15 @@ void InstallDaemon() {
     EXPECT_EQ(RunProgram({"/sbin/ldconfig"}).exitCode, 0);
     MakeDevice();
     WriteText(kConfiguration, "{}");
+}
+
+/** A file of the unit, for a daemon that doesn't wait a random time before it begins. */
+std::string UnitText(const std::string& file) {
+    constexpr std::string_view kSpread = "--start-spread 30";
+    std::string text = ReadText(file);
+    const auto place = text.find(kSpread);
+    EXPECT_NE(place, std::string::npos) << file;
+    return text.replace(place, kSpread.size(), "--start-spread 0");
 }
 
 /** Writes the unit, and the drop-in if it is wanted, to a folder. Returns the unit's path. */
@@ -96,9 +108,9 @@ protected:
         }
         InstallDaemon();
         box_ = std::make_unique<SystemdBox>();
-        box_->AddUnit("ardvrelayd.service", ReadText(ARDV_DAEMON_UNIT));
+        box_->AddUnit("ardvrelayd.service", UnitText(ARDV_DAEMON_UNIT));
         if (GetParam()) {
-            box_->AddUnit("ardvrelayd.service.d/foreground.conf", ReadText(ARDV_DAEMON_DROP_IN));
+            box_->AddUnit("ardvrelayd.service.d/foreground.conf", UnitText(ARDV_DAEMON_DROP_IN));
         }
         // The box has none of the machine's other units, and a test no time.
         Add("[Unit]\nDefaultDependencies=no\n[Service]\nRestartSec=100ms\n");
@@ -200,6 +212,32 @@ TEST_P(DaemonService, ComesUpOnceItsConfigurationIsMended) {
     EXPECT_NE(Shown("ActiveState"), "active");
     WriteText(kConfiguration, "{}");
     EXPECT_TRUE(ComesTrue([] { return Shown("ActiveState") == "active"; }));
+}
+
+TEST_P(DaemonService, ReachesItsServersThroughItsWalls) {
+    const TestCertificates certificates("/run/certificates", {"control.zz"});
+    WriteText("/etc/ssl/certs/ca-certificates.crt", ReadText(certificates.Authority()));
+    WriteText("/etc/hosts", "127.0.0.1 localhost control.zz\n");
+    const ControlServerProcess server({{.folder = "/run/server",
+                                        .certificate = certificates.Certificate("valid"),
+                                        .key = certificates.Key("valid")}});
+    Json::Value address;
+    address["protocol"] = "https";
+    address["host"] = "control.zz";
+    address["port"] = server.HttpsPort();
+    Json::Value configuration;
+    configuration["tethra"]["enabled"] = true;
+    configuration["server_control"] = address;
+    configuration["server_waitcmd"] = address;
+    WriteText(kConfiguration, configuration.toStyledString());
+    Start();
+    EXPECT_TRUE(ComesTrue([] { return IsState(RELAYD_STATE_LOGIN); }))
+        << ReadText(kStatusFile) << server.Log() << ReadText("/var/log/ardvrelayd.log");
+    const auto devices = server.Devices();
+    ASSERT_EQ(devices.size(), 1U);
+    EXPECT_THAT(ReadText(kConfiguration), HasSubstr((*devices.begin())["serverID"].asString()))
+        << "what it was told is stored";
+    EXPECT_TRUE(server.AwaitWait((*devices.begin())["serverID"].asString()));
 }
 
 TEST_P(DaemonService, IsHeldWithinItsWalls) {
