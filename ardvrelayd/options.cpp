@@ -53,7 +53,7 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"foreground", 'f', nullptr, "stay in the foreground, with the log on standard error",
+    {"foreground", 'f', nullptr, "stay in the foreground, log to standard error",
      [](Options& o, const std::string&) { return o.foreground = true; }},
     {"config", 'c', "FILE", "the main configuration file",
      [](Options& o, const std::string& text) { return SetPath(o.configFile, text); }},

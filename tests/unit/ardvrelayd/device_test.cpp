@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device.h"
 
+#include <syslog.h>
+
 #include <filesystem>
 #include <string>
 
