@@ -12,6 +12,7 @@
 
 #include "alias_report.h"
 #include "alias_request.h"
+#include "control_command.h"
 #include "output.h"
 #include "secrets.h"
 #include "server_url.h"
@@ -180,6 +181,7 @@ void AddAliasCommand(CLI::App& app, Session& session) {
     }
     AddAliasSubcommand(*alias, "status", "Show the outcome of the last map, keep-alive or delete", session, *options)
         ->callback([&session, options] { session.exitCode = ShowStatus(session, *options); });
+    AddAliasUpdateCommand(*alias, session);
 }
 
 }  // namespace ardv::ctl

@@ -52,8 +52,7 @@ const char* ReasonOf(const Outcome& outcome) {
     if (outcome.ret == ALIAS_RET_UNKNOWN && outcome.httpStatus < 0) {
         return "the exchange failed: no answer that can be trusted or understood (--verbose tells more)";
     }
-    const auto* row = FindRow(kReasons, [&](const Reason& r) { return r.ret == outcome.ret; });
-    return row ? row->text : "";
+    return MeaningOf(outcome.ret);
 }
 
 const char* RetryWordOf(ALIAS_RET ret) {
@@ -78,6 +77,11 @@ Json::Value Masked(const Json::Value& fields) {
 }
 
 }  // namespace
+
+const char* MeaningOf(ALIAS_RET ret) {
+    const auto* row = FindRow(kReasons, [ret](const Reason& r) { return r.ret == ret; });
+    return row ? row->text : "";
+}
 
 Json::Value OutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome) {
     Json::Value report(Json::objectValue);

@@ -18,6 +18,9 @@ struct Outcome {
     Json::Value answer;  // null, or the JSON answer
 };
 
+/** What a failure means, and what to do about it; empty for a success. */
+const char* MeaningOf(ARDV::Relay::ALIAS_RET ret);
+
 /** The outcome of a request for a program to read. */
 Json::Value OutcomeAsJson(const std::string& action, const std::string& alias, const Outcome& outcome);
 

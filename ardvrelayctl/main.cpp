@@ -13,16 +13,24 @@
 
 #include "alias_command.h"
 #include "command_error.h"
+#include "command_list.h"
 #include "config_command.h"
+#include "control_command.h"
+#include "doctor_command.h"
 #include "exit_code.h"
 #include "identity_command.h"
+#include "log_command.h"
+#include "lookup_command.h"
 #include "network_command.h"
 #include "output.h"
 #include "permission_command.h"
 #include "readable_log.h"
+#include "report_command.h"
 #include "server_url.h"
 #include "service_command.h"
 #include "session.h"
+#include "status_command.h"
+#include "wait_command.h"
 #include "web_command.h"
 
 namespace {
@@ -30,9 +38,10 @@ namespace {
 using namespace ardv::ctl;
 
 // In the order in which the help shows them.
-constexpr void (*kAddCommands[])(CLI::App&, Session&) = {AddConfigCommand,  AddServiceCommand, AddPermissionCommand,
-                                                         AddAliasCommand,   AddNetworkCommand, AddWebCommand,
-                                                         AddIdentityCommand};
+constexpr void (*kAddCommands[])(CLI::App&, Session&) = {
+    AddStatusCommand,  AddDoctorCommand, AddReportCommand,   AddWaitCommand,       AddControlCommand,
+    AddLogCommand,     AddConfigCommand, AddServiceCommand,  AddPermissionCommand, AddAliasCommand,
+    AddNetworkCommand, AddWebCommand,    AddIdentityCommand, AddLookupCommand};
 
 // The library's messages are for whoever looks into a failure; the tool has its own words for everybody else.
 void SetVerbosity(bool verbose, std::optional<ReadableLog>& log) {
@@ -42,9 +51,30 @@ void SetVerbosity(bool verbose, std::optional<ReadableLog>& log) {
     ARDV::Relay::Daemon::SetLogFile("", verbose ? LOG_DEBUG : LOG_CRIT);
 }
 
+// The daemon's own default, unless the user names another one.
+void SetPidFile(const std::string& path) {
+    ARDV::Relay::Daemon::LibInit();
+    if (!path.empty()) {
+        ARDV::Relay::Daemon::SetPidFile(path.c_str());
+    }
+}
+
+CLI::Option* AddPidFile(CLI::App& app, std::string& path) {
+    return app.add_option("--pid-file", path, "The daemon's pid file, where it was started with another one")
+        ->type_name("FILE")
+        ->check(CLI::Validator(
+            [](const std::string& text) { return text.starts_with('/') ? "" : "must be an absolute path"; }, ""));
+}
+
 // Looked for by itself, so that wrong arguments are reported to a program as well.
 bool IsJsonAskedFor(int argc, char** argv) {
     return std::any_of(argv, argv + argc, [](std::string_view argument) { return argument == "--json"; });
+}
+
+// No option, which the help would have to explain: it is for those who build and test the tool.
+bool IsListAskedFor(int argc, char** argv) {
+    constexpr int kAlone = 2;
+    return argc == kAlone && std::string_view(argv[1]) == "--commands";
 }
 
 // Options alone, without their values: an argument that is not expected may be a password.
@@ -77,11 +107,13 @@ ExitCode Run(int argc, char** argv) {
     std::optional<ReadableLog> log;
     CLI::App app("Manages the relay daemon of this device.", "ardvrelayctl");
     Session session;
+    std::string pidFile;
     bool verbose = false;
     app.set_version_flag("--version", "ardvrelayctl " ARDV_VERSION);
     const auto* config = app.add_option("--config", session.configFile, "Main configuration file")
                              ->type_name("FILE")
                              ->capture_default_str();
+    AddPidFile(app, pidFile);
     app.add_flag("--verbose", verbose, "Show the library's log on standard error");
     app.require_subcommand(1);
     app.fallthrough();
@@ -89,9 +121,14 @@ ExitCode Run(int argc, char** argv) {
     app.parse_complete_callback([&] {
         session.isConfigNamed = config->count() > 0;
         SetVerbosity(verbose, log);
+        SetPidFile(pidFile);
     });
     for (const auto& add : kAddCommands) {
         add(app, session);
+    }
+    if (IsListAskedFor(argc, argv)) {
+        PrintCommands(app);
+        return kExitSuccess;
     }
     try {
         app.parse(argc, argv);

@@ -73,6 +73,11 @@ void PrintJson(const Json::Value& value) {
     std::cout << AsciiJson(Written(value, "  ")) << '\n';
 }
 
+bool PrintJsonLine(const Json::Value& value) {
+    std::cout << AsciiJson(Written(value, "")) << '\n' << std::flush;
+    return std::cout.good();
+}
+
 void PrintMembers(const Json::Value& object) {
     unsigned left = kMaxMembers;
     for (auto member = object.begin(); member != object.end(); ++member) {

@@ -28,6 +28,9 @@ ExitCode FinishOutput(ExitCode exitCode);
 /** Prints a JSON value on standard output, indented, in ASCII. */
 void PrintJson(const Json::Value& value);
 
+/** Likewise in one line, which is out when this returns: for one of a series of values. False if it could not be written. */
+bool PrintJsonLine(const Json::Value& value);
+
 /**
  * Prints the members of an object as excerpts, one "key: value" a line, indented by two blanks; at most 100 of them.
  */

@@ -22,6 +22,13 @@ void CheckNamedFile(const Session& session) {
     }
 }
 
+void RequireDefaultConfiguration(const Session& session) {
+    if (session.configFile != kDefaultConfigFile) {
+        throw CommandError(kExitUsage, std::string("this command works on ") + kDefaultConfigFile +
+                                           " alone: it cannot be had with --config");
+    }
+}
+
 CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Session& session) {
     auto* command = parent.add_subcommand(name, help);
     command->add_flag("--json", session.json, "Print JSON, for programs");

@@ -28,6 +28,13 @@ struct Session {
  */
 void CheckNamedFile(const Session& session);
 
+/**
+ * For a command that works on the default configuration alone, as the library's functions for it do.
+ *
+ * @throws CommandError if the user named another file
+ */
+void RequireDefaultConfiguration(const Session& session);
+
 /** Adds a command that does something, with its option "--json". */
 CLI::App* AddCommand(CLI::App& parent, const char* name, const char* help, Session& session);
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "control_session.h"
 
-#include <algorithm>
-#include <iterator>
+#include <cstdint>
 #include <utility>
 
 #include "log.h"
@@ -20,6 +19,7 @@ namespace {
 constexpr seconds kUsualKeepAlive{3600};
 constexpr seconds kLasting{60};  // a session, or a wait, that stood for so long was a success
 constexpr int kMaxMoves = 3;
+constexpr std::uint32_t kFailuresBeforeGlobal = 3;
 
 }  // namespace
 
@@ -62,9 +62,7 @@ void ControlSession::RegisterNow() {
 }
 
 void ControlSession::TryNow() {
-    if (phase_ == Phase::kRefused) {
-        RegisterNow();
-    } else if ((phase_ == Phase::kRetrying || phase_ == Phase::kDoubtful) && !exchange_) {
+    if ((phase_ == Phase::kRetrying || phase_ == Phase::kDoubtful) && !exchange_) {
         backOff_.Reset();
         OnTimer();
     } else if (phase_ == Phase::kStanding && waitAgain_.IsRunning()) {
@@ -95,11 +93,25 @@ void ControlSession::Send(const ServerConf& server, const Json::Value& message, 
         purpose);
 }
 
-void ControlSession::Register() {
+void ControlSession::RegisterAt(bool isGlobal) {
     ForgetSession();
+    isAtGlobalServer_ = isGlobal;
     Enter(Phase::kRegistering);
-    Send(device_.Configuration().GetControlServer(), RegisterMessage(device_.Configuration(), device_.Network()),
-         "register", &ControlSession::OnRegistered);
+    Send(Server(), RegisterMessage(device_.Configuration(), device_.Network()), "register",
+         &ControlSession::OnRegistered);
+}
+
+// The control server that was assigned may be gone for good; the global one knows where to go instead. Every second try: the
+// reason may as well be that the device has no network.
+bool ControlSession::MustAskGlobalServer() const {
+    const auto& configuration = device_.Configuration();
+    const auto failures = backOff_.Failures();
+    return failures >= kFailuresBeforeGlobal && failures % 2 == 1 &&
+           configuration.GetGlobalServer().GetHost() != configuration.GetControlServer().GetHost();
+}
+
+const ServerConf& ControlSession::Server() const {
+    return isAtGlobalServer_ ? device_.Configuration().GetGlobalServer() : device_.Configuration().GetControlServer();
 }
 
 void ControlSession::OnRegistered(const Answer& answer) {
@@ -132,7 +144,7 @@ void ControlSession::Stand(const Registration& registration) {
     error_ = RELAYD_RET_SUCCESS;
     standingSince_ = Clock::now();
     next_.Start(keepAlive_);
-    DAEMON_LOG(LOG_NOTICE, "logged in at %s", device_.Configuration().GetControlServer().GetHost().c_str());
+    DAEMON_LOG(LOG_NOTICE, "logged in at %s", Server().GetHost().c_str());
     Enter(Phase::kStanding);
     Wait();
 }
@@ -146,8 +158,7 @@ void ControlSession::Adopt(const Terms& terms) {
 }
 
 void ControlSession::KeepAlive() {
-    Send(device_.Configuration().GetControlServer(), KeepAliveMessage(credentials_), "keep alive",
-         &ControlSession::OnKeptAlive);
+    Send(Server(), KeepAliveMessage(credentials_), "keep alive", &ControlSession::OnKeptAlive);
 }
 
 void ControlSession::OnKeptAlive(const Answer& answer) {
@@ -184,7 +195,9 @@ void ControlSession::Doubt(const Answer& answer) {
 }
 
 void ControlSession::Note(const char* what, const Answer& answer) {
-    error_ = answer.result;
+    if (!isAtGlobalServer_ || answer.serverError) {
+        error_ = answer.result;  // else the failure of the control server remains what the user has to know
+    }
     auto word = GetErrorStr(answer.result);
     if (answer.serverError) {
         word += " (" + GetServerErrorStr(*answer.serverError) + ")";
@@ -239,7 +252,7 @@ bool ControlSession::MoveTo(const std::string& host) {
     ++moves_;
     DAEMON_LOG(LOG_NOTICE, "moving to the control server %s", host.c_str());
     device_.SetControlHost(host);
-    Register();
+    RegisterAt(false);
     return true;
 }
 

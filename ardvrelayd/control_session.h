@@ -52,7 +52,10 @@ public:
     /** Registers anew, now: what the servers are told has changed, or somebody asks for another try. */
     void RegisterNow();
 
-    /** Does at once what is waiting for another try: the network or the clock, which may have been the reason, has changed. */
+    /**
+     * Does at once what is waiting for another try: the network or the clock, which may have been the reason, has changed. A
+     * refusal is not tried again.
+     */
     void TryNow();
 
     /** The result of a command that was carried out in the background. */
@@ -87,7 +90,10 @@ private:
     void OnTimer();
     void Send(const ARDV::Relay::ServerConf& server, const Json::Value& message, const char* purpose,
               void (ControlSession::*done)(const Answer&));
-    void Register();
+    void Register() { RegisterAt(MustAskGlobalServer()); }
+    void RegisterAt(bool isGlobal);
+    bool MustAskGlobalServer() const;
+    const ARDV::Relay::ServerConf& Server() const;
     void OnRegistered(const Answer& answer);
     void Stand(const Registration& registration);
     void KeepAlive();
@@ -122,6 +128,7 @@ private:
     ARDV::Relay::RELAYD_RET error_ = ARDV::Relay::RELAYD_RET_SUCCESS;
     Credentials credentials_;
     bool isReachable_ = false;
+    bool isAtGlobalServer_ = false;  // the session, or the try at one
     int moves_ = 0;
     std::chrono::seconds keepAlive_{};
     Clock::time_point standingSince_;

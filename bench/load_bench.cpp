@@ -4,60 +4,26 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <set>
-#include <string>
 
 #include <relay/config/config.h>
-#include <relay/config/support_service.h>
 
 #include "counted_run.h"
+#include "device.h"
 
 namespace ardv::bench {
 namespace {
 
 using namespace ARDV::Relay;
 
-constexpr const char kMainFile[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
-constexpr const char kServices[] = "/etc/ardv/services.d/bench.json";
-constexpr const char kWebSettings[] = "/etc/ardv/web.conf";
-constexpr const char kDeviceSettings[] = "/etc/ardvinfo.conf";
-constexpr const char kPhotoSettings[] = "/var/packages/Pictara/etc/settings.conf";
 constexpr const char* kDeviceFiles[] = {kServices, kWebSettings, kDeviceSettings, kPhotoSettings};
-
-void WriteFile(const std::string& path, const std::string& text) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path) << text;
-}
-
-std::set<std::string> SupportedServices() {
-    std::set<std::string> ids;
-    for (const auto* service = grgszSupportService; service->id; ++service) {
-        ids.insert(service->id);
-    }
-    return ids;
-}
 
 /** A device that offers every service there is, and a main file that names them all. */
 std::size_t MakeDeviceWithEveryService() {
-    std::string firewall;
-    int port = 5000;
-    for (const char* name :
-         {"dms", "dms_https", "http", "https", "telnet", "ssh", "webdav_http", "webdavs_https", "drivara"}) {
-        firewall += std::string(firewall.empty() ? "[" : ",") + R"({"service":")" + name + R"(","display_name":")" +
-                    name + R"(","ports":[")" + std::to_string(port++) + "\"]}";
-    }
-    WriteFile(kServices, firewall + "]");
-    WriteFile(kWebSettings, "http_port=\"5000\"\nhttps_port=\"5001\"\nhttp2=\"yes\"\nwww_http2=\"yes\"\n");
-    WriteFile(kDeviceSettings, "timezone=\"Europe/Berlin\"\nsupportssh=\"yes\"\nssh_port=\"22\"\n");
-    WriteFile(kPhotoSettings, "external_port_photo_http=\"80\"\nexternal_port_photo_https=\"443\"\n");
     Json::Value main;
-    for (const auto& id : SupportedServices()) {
-        main["service"].append(Json::objectValue)["id"] = id;
-    }
+    main["service"] = OfferEveryService();
     WriteFile(kMainFile, main.toStyledString());
-    return SupportedServices().size();
+    return main["service"].size();
 }
 
 bool ReadOnce(const char* path) {

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <map>
 
 #include "answering_server.h"
 #include "counted_memory.h"
+#include "device.h"
 #include "servers.h"
 #include "support/private_root.h"
 
@@ -91,19 +89,6 @@ private:
     std::map<std::string, Figures> paths_;
     bool missed_ = false;
 };
-
-void MakeTrustedCertificate(const std::string& folder) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        execl(ARDV_MAKE_CERTIFICATES, ARDV_MAKE_CERTIFICATES, folder.c_str(), "localhost", nullptr);
-        _exit(1);
-    }
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid || status != 0) {
-        throw std::runtime_error("cannot make a certificate");
-    }
-    std::ofstream("/etc/ssl/certs/ca-certificates.crt", std::ios::app) << std::ifstream(folder + "/ca.pem").rdbuf();
-}
 
 }  // namespace
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "text.h"
+#include "http/text.h"
 
 namespace ARDV::Sandbox {
 namespace {

@@ -10,33 +10,13 @@ constexpr const char* kAbout =
     "The alias service for one machine: maps aliases to devices over HTTP and HTTPS, and misbehaves on demand. For "
     "tests and demonstrations, not for a network that is not your own.";
 
-void Describe(CLI::App& app, Options& options) {
-    app.add_option("--listen", options.address, "Address to listen on; the test interface is reachable there too")
-        ->check(CLI::ValidIPV4 | CLI::IsMember({"::1", "::"}))
-        ->capture_default_str();
-    app.add_option("--http-port", options.httpPort, "Port for HTTP, 0 for any")->check(CLI::Range(0, 65535));
-    app.add_option("--https-port", options.httpsPort, "Port for HTTPS, 0 for any")->check(CLI::Range(0, 65535));
-    auto* certificate = app.add_option("--certificate", options.certificate, "Certificate (PEM); without it, no HTTPS");
-    auto* key = app.add_option("--key", options.key, "Its private key (PEM)");
-    certificate->needs(key);
-    key->needs(certificate);
-    app.add_option("--registry", options.registry, "Registry file (JSON), made when it does not exist")->required();
-    app.add_option("--ports-file", options.portsFile, "File to write the ports to (JSON) when ready");
-    app.footer("Ends in order on SIGTERM and SIGINT. Exit codes: 0 ended in order, 1 failure, 2 wrong command line.");
-}
-
 }  // namespace
 
-bool ParseOptions(int argc, const char* const* argv, Options& options, int& exitCode) {
+bool ParseOptions(int argc, const char* const* argv, AliasServerOptions& options, int& exitCode) {
     CLI::App app(kAbout, "ardv-sandbox-alias-server");
-    Describe(app, options);
-    try {
-        app.parse(argc, argv);
-        return true;
-    } catch (const CLI::ParseError& error) {
-        exitCode = app.exit(error) == 0 ? 0 : 2;
-        return false;
-    }
+    AddServerOptions(app, options.server);
+    app.add_option("--registry", options.registry, "Registry file (JSON), made when it does not exist")->required();
+    return ParseCommandLine(app, argc, argv, exitCode);
 }
 
 }  // namespace ARDV::Sandbox

@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "form.h"
-#include "text.h"
+#include "http/text.h"
 
 namespace ARDV::Sandbox {
 namespace {
@@ -274,8 +274,8 @@ AliasReply AnswerForm(RegistryData& data, const AliasCall& call, bool& changed) 
 
 }  // namespace
 
-bool IsAliasPage(std::string_view path) {
-    return path == kUpdatePage || path == kQueryPage;
+std::vector<std::string> AliasPages() {
+    return {std::string(kUpdatePage), std::string(kQueryPage)};
 }
 
 AliasReply Answer(Registry& registry, const AliasCall& call) {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "registry.h"
 
@@ -23,8 +23,8 @@ struct AliasReply {
     std::string contentType;
 };
 
-/// True when `path` is a page of the protocol.
-bool IsAliasPage(std::string_view path);
+/// The paths of the protocol's pages.
+std::vector<std::string> AliasPages();
 
 /// Answers `call` from `registry` and records in it what the call changes, durably, before it returns. Every call gets
 /// an answer: a reply word ("good", or the word of what is wrong, most with ":" and a detail), or for a query that

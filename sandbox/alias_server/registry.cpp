@@ -4,9 +4,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "file.h"
-#include "text.h"
-
 namespace ARDV::Sandbox {
 
 bool IsAliasName(std::string_view name) {
@@ -15,22 +12,21 @@ bool IsAliasName(std::string_view name) {
            std::all_of(name.begin(), name.end(), allowed);
 }
 
-Registry::Registry(std::string file) : file_(std::move(file)) {}
+Registry::Registry(const std::string& file) : file_("registry", file) {}
 
 bool Registry::Load(std::string& error) {
-    std::string content;
-    const ReadResult result = ReadWholeFile(file_, kMaxBytes, content, error);
+    Json::Value json;
+    const ReadResult result = file_.Read(json, error);
     if (result == ReadResult::kFailed) {
         return false;
     }
     const std::lock_guard lock(mutex_);
     if (result == ReadResult::kAbsent) {
-        return Save(data_, error);
+        return file_.Write(ToJson(data_), error);
     }
-    const auto json = ParseJson(content, error);
-    auto data = json ? FromJson(*json, error) : std::nullopt;
+    auto data = FromJson(json, error);
     if (!data) {
-        error = "the registry " + file_ + " is damaged and was left as it is: " + error;
+        error = file_.Damaged(error);
         return false;
     }
     data_ = std::move(*data);
@@ -43,7 +39,7 @@ bool Registry::Transact(const std::function<bool(RegistryData&)>& edit, std::str
     if (!edit(fresh)) {
         return true;
     }
-    if (!Save(fresh, error)) {
+    if (!file_.Write(ToJson(fresh), error)) {
         return false;
     }
     data_ = std::move(fresh);
@@ -53,16 +49,6 @@ bool Registry::Transact(const std::function<bool(RegistryData&)>& edit, std::str
 Json::Value Registry::Snapshot() const {
     const std::lock_guard lock(mutex_);
     return ToJson(data_);
-}
-
-bool Registry::Save(const RegistryData& data, std::string& error) const {
-    const std::string text = ToJson(data).toStyledString();
-    // What can't be read back at the next start must not be written.
-    if (text.size() > kMaxBytes) {
-        error = "the registry is full";
-        return false;
-    }
-    return ReplaceFile(file_, text, error);
 }
 
 }  // namespace ARDV::Sandbox

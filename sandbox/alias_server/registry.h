@@ -11,6 +11,8 @@
 #include <set>
 #include <string>
 
+#include "http/json_file.h"
+
 namespace ARDV::Sandbox {
 
 /// A device that has made itself known, by its serial.
@@ -56,11 +58,8 @@ bool IsAliasName(std::string_view name);
 /// The registry in memory and its file. Safe for several threads.
 class Registry {
 public:
-    /// The largest file that is read, in bytes.
-    static constexpr size_t kMaxBytes = size_t{16} << 20;
-
     /// Binds to `file`; reads nothing yet.
-    explicit Registry(std::string file);
+    explicit Registry(const std::string& file);
 
     /// Reads the file; one that doesn't exist is an empty registry and is created. Success: true. Failure: false,
     /// `error` says why, and a damaged file is left as it is.
@@ -75,9 +74,7 @@ public:
     Json::Value Snapshot() const;
 
 private:
-    bool Save(const RegistryData& data, std::string& error) const;
-
-    const std::string file_;
+    const JsonFile file_;
     mutable std::mutex mutex_;
     RegistryData data_;
 };

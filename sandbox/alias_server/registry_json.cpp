@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <array>
 
+#include "http/text.h"
 #include "registry.h"
-#include "text.h"
 
 namespace ARDV::Sandbox {
 namespace {
