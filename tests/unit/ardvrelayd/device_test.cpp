@@ -74,6 +74,19 @@ TEST_F(DaemonDeviceTest, StaysAsItIsWhereTheFilesSettingsAreNotValid) {
     EXPECT_EQ(device.Configuration().GetServerId(), "box-1");
 }
 
+TEST_F(DaemonDeviceTest, StaysAsItIsWithoutAnUsableFile) {
+    auto device = Load(R"({"serverID":"box-1","tethra":{"enabled":true}})");
+    const CapturedLog quiet(0);
+    for (const char* text : {"{\"tethra\":", "", "[]", "null"}) {
+        WriteText(kFile, text);
+        EXPECT_FALSE(device.Reload()) << text;
+    }
+    fs::remove(kFile);
+    EXPECT_FALSE(device.Reload()) << "no file is no wish to switch everything off";
+    EXPECT_EQ(device.Configuration().GetServerId(), "box-1");
+    EXPECT_TRUE(device.IsWanted());
+}
+
 TEST_F(DaemonDeviceTest, PutsTheLogSettingsIntoForce) {
     auto device = Load("{}");
     WriteText(kFile, R"({"log_level":6,"log_file":"/var/log/other.log"})");
