@@ -12,6 +12,8 @@ install(TARGETS ${ARDV_INSTALLED_TARGETS} EXPORT ardvrelayd-targets
 install(TARGETS ardvrelayctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS ardvrelayd_program RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/man/ardvrelayctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES docs/man/ardvrelayd.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES docs/man/ardvrelayd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # Below /usr, Debian's zsh looks into share/zsh/vendor-completions instead.
 set(ARDV_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh's completion is installed")
