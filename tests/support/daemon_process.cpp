@@ -24,7 +24,7 @@ using ARDV::Relay::Daemon;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds kLook{10};
+constexpr milliseconds kLook{2};
 
 // A daemon that went into the background is its former grandparent's child, and can be waited for.
 pid_t StartInBackground(std::vector<std::string> words) {
@@ -96,6 +96,16 @@ void DaemonProcess::Signal(int signal) const {
     if (pid_ > 0) {
         ::kill(pid_, signal);
     }
+}
+
+// The handler puts each into a pipe; two that are pending at once are one.
+bool DaemonProcess::SignalAndSee(int signal) const {
+    Signal(signal);
+    return Await([this] {
+        const std::string status = ReadText("/proc/" + std::to_string(pid_) + "/status");
+        const auto place = status.find("ShdPnd:\t");
+        return place != std::string::npos && std::strtoull(status.c_str() + place + 8, nullptr, 16) == 0;
+    });
 }
 
 bool DaemonProcess::Reload() const {
