@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
+#include <thread>
 #include <utility>
 
 #include <relay/daemon/daemon.h>
@@ -36,9 +38,19 @@ pid_t StartInBackground(std::vector<std::string> words) {
     return static_cast<pid_t>(std::atol(ReadText(kDaemonPidFile).c_str()));
 }
 
+bool HasPendingSignals(pid_t pid) {
+    constexpr std::string_view kField = "ShdPnd:\t";
+    const std::string status = ReadText("/proc/" + std::to_string(pid) + "/status");
+    const auto place = status.find(kField);
+    return place != std::string::npos && std::strtoull(status.c_str() + place + kField.size(), nullptr, 16) != 0;
+}
+
 }  // namespace
 
 bool Await(const std::function<bool()>& isTrue, milliseconds limit) {
+    if (isTrue()) {
+        return true;  // a watch costs more than most of what is waited for
+    }
     const FolderWatch watch("/tmp");
     const auto end = Clock::now() + limit;
     while (!isTrue()) {
@@ -98,14 +110,17 @@ void DaemonProcess::Signal(int signal) const {
     }
 }
 
-// The handler puts each into a pipe; two that are pending at once are one.
+// The daemon's handler puts each into a pipe; of two that are pending for it at once the second is lost.
 bool DaemonProcess::SignalAndSee(int signal) const {
+    const auto end = Clock::now() + kPatience;
     Signal(signal);
-    return Await([this] {
-        const std::string status = ReadText("/proc/" + std::to_string(pid_) + "/status");
-        const auto place = status.find("ShdPnd:\t");
-        return place != std::string::npos && std::strtoull(status.c_str() + place + 8, nullptr, 16) == 0;
-    });
+    while (HasPendingSignals(pid_)) {
+        if (Clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 bool DaemonProcess::Reload() const {
