@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+#include <relay/request/request.h>
+
 #include "json_member.h"
 #include "log.h"
 #include "report.h"
@@ -72,6 +74,7 @@ void Application::Reload() {
     manager_.Reloading();
     const auto before = device_.Registered();
     const auto network = device_.Network();
+    Request::CleanDnsCache();  // what names stand for may be what the user has changed
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
         manager_.Ready();
@@ -100,6 +103,7 @@ void Application::UpdateAlias() {
 }
 
 void Application::OnNetworkChange() {
+    Request::CleanDnsCache();  // names may stand for something else in another network
     if (!device_.RefreshNetwork()) {
         session_.TryNow();
         return;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <iterator>
 
 #include <relay/config/config.h>
@@ -25,6 +26,7 @@ namespace {
 constexpr const char* kName = "ardvrelayd";
 constexpr unsigned kFirstInherited = 3;
 constexpr mode_t kDaemonMask = 077;
+constexpr std::time_t kLongestStart = 10;  // seconds from making the pid file to writing it, by far
 
 // The pid file of a daemon that runs, gone with it.
 class PidFile {
@@ -34,6 +36,16 @@ public:
     PidFile& operator=(const PidFile&) = delete;
     ~PidFile() { daemon_pid_file_remove(); }
 };
+
+// A daemon that was killed after it had made its pid file and before it had written it leaves an empty one, which would keep every
+// later one from starting: it reads like that of a daemon that is just starting.
+void RemoveAbandonedPidFile() {
+    struct stat file {};
+    const bool isEmpty = lstat(Daemon::GetPidFile(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size == 0;
+    if (isEmpty && std::time(nullptr) - file.st_mtime > kLongestStart) {
+        unlink(Daemon::GetPidFile());
+    }
+}
 
 int Complain(const std::string& problem, ExitCode code) {
     std::fprintf(stderr, "%s: %s\n", kName, problem.c_str());
@@ -53,6 +65,7 @@ int RunDaemon(const Options& options) {
         return Complain("the configuration " + options.configFile + " cannot be used; --check-config tells why",
                         kExitConfig);
     }
+    RemoveAbandonedPidFile();
     if (!Daemon::Init(!options.foreground)) {
         return daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;
     }

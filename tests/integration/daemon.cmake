@@ -1,8 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 # ardv_daemon_integration_tests: the daemon's program against the sandbox's servers, whatever these do.
 ardv_add_test(ardv_daemon_integration_tests
+  integration/daemon_alias_test.cpp
+  integration/daemon_endurance_test.cpp
+  integration/daemon_network_test.cpp
   integration/daemon_outage_test.cpp
   integration/daemon_session_test.cpp
+  integration/daemon_stop_test.cpp
   support/control_server_process.cpp
   support/daemon_process.cpp
   support/server_process.cpp

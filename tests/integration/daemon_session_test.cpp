@@ -203,7 +203,7 @@ TEST_F(DaemonSession, KeepsARefusalUntilItsUserActs) {
     Start();
     EXPECT_EQ(AwaitStatus("error err_auth"), "error err_auth");
     EXPECT_EQ(RunProgram({"ip", "link", "set", "lo", "mtu", "60000"}).exitCode, 0);
-    EXPECT_TRUE(Holds([&] { return Count("register") == 1; }, milliseconds(1500)));
+    EXPECT_TRUE(Holds([&] { return Count("register") == 1; }, milliseconds(2600)));
     EXPECT_TRUE(daemon->Reload());
     EXPECT_TRUE(AwaitCount("register", 2));
     EXPECT_EQ(AwaitStatus("error err_auth"), "error err_auth");
