@@ -13,6 +13,7 @@
 
 #include "alias_command.h"
 #include "command_error.h"
+#include "command_list.h"
 #include "config_command.h"
 #include "control_command.h"
 #include "doctor_command.h"
@@ -70,6 +71,12 @@ bool IsJsonAskedFor(int argc, char** argv) {
     return std::any_of(argv, argv + argc, [](std::string_view argument) { return argument == "--json"; });
 }
 
+// No option, which the help would have to explain: it is for those who build and test the tool.
+bool IsListAskedFor(int argc, char** argv) {
+    constexpr int kAlone = 2;
+    return argc == kAlone && std::string_view(argv[1]) == "--commands";
+}
+
 // Options alone, without their values: an argument that is not expected may be a password.
 std::string UnexpectedArguments(const CLI::App& app) {
     std::string options;
@@ -118,6 +125,10 @@ ExitCode Run(int argc, char** argv) {
     });
     for (const auto& add : kAddCommands) {
         add(app, session);
+    }
+    if (IsListAskedFor(argc, argv)) {
+        PrintCommands(app);
+        return kExitSuccess;
     }
     try {
         app.parse(argc, argv);

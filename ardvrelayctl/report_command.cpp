@@ -18,6 +18,7 @@ namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
 
+constexpr int kNotRunning = 1;  // as the library has it
 constexpr std::size_t kMaxColumns = 10;
 constexpr Json::ArrayIndex kMaxRows = 200;
 
@@ -96,7 +97,9 @@ void PrintFindings(const std::vector<DaemonFinding>& findings, const std::vector
 Json::Value AsJson(const std::vector<DaemonFinding>& findings, const std::vector<std::string>& log) {
     Json::Value report(Json::objectValue);
     for (const auto& finding : findings) {
-        report["findings"][finding.what] = finding.text;
+        std::string key = finding.what;
+        std::replace(key.begin(), key.end(), ' ', '_');
+        report["findings"][key] = finding.text;
     }
     report["log"] = Json::Value(Json::arrayValue);
     for (const auto& line : log) {
@@ -125,11 +128,13 @@ ExitCode ReportFailure(const Session& session, int result) {
 
 ExitCode Report(const Session& session) {
     CheckNamedFile(session);
-    if (const auto pid = ReadPidFile(); pid && IsDaemon(*pid)) {
-        RequireRights(*pid);
+    const auto pid = ReadPidFile();
+    if (!pid || !IsDaemon(*pid)) {
+        return ReportFailure(session, kNotRunning);
     }
+    RequireRights(*pid);
     Json::Value report;
-    if (const int result = RequestReport(report); result != 0) {
+    if (const int result = RequestReport(*pid, report); result != 0) {
         return ReportFailure(session, result);
     }
     if (session.json) {

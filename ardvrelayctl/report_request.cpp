@@ -73,13 +73,10 @@ int RequestPatiently(pid_t pid, Json::Value& report) {
 
 }  // namespace
 
-int RequestReport(Json::Value& report) {
+int RequestReport(pid_t pid, Json::Value& report) {
     const int result = Daemon::DebugStatus(report);
-    const auto pid = ReadPidFile();
-    if (result == RELAYD_RET_SUCCESS || result == kNotRunning || !pid) {
-        return result;
-    }
-    return RequestPatiently(*pid, report);
+    const bool isFinal = result == RELAYD_RET_SUCCESS || result == kNotRunning;
+    return isFinal ? result : RequestPatiently(pid, report);
 }
 
 }  // namespace ardv::ctl

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "status_command.h"
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include <relay/daemon/daemon.h>
+#include <relay/common/vocabulary.h>
 
 #include "output.h"
 #include "status_report.h"
@@ -24,20 +25,21 @@ struct StatusOptions {
     bool watch = false;
 };
 
-/** The status of one service, in the library's words. */
+/** The status of one service, as the library tells it. */
 struct ServiceStatus {
-    std::string serverId;
-    std::string state;
-    std::string error;
+    std::string serverId = "--";
+    std::string state = GetStateStr(RELAYD_STATE_NOT_RUNNING);
+    std::string error = GetErrorStr(RELAYD_RET_SUCCESS);
     bool isRelayed = false;
 };
 
-ServiceStatus StatusOf(const std::string& service) {
-    ServiceStatus status;
-    Daemon::GetStatus(status.serverId, status.state, status.error, service.c_str());
-    constexpr const char kNoService[] = "--";
-    status.isRelayed = !status.state.empty() && status.serverId != kNoService;
-    return status;
+// From the snapshot, as the library takes a daemon that this user may not signal for one that doesn't run.
+ServiceStatus StatusOf(const StatusSnapshot& snapshot, const std::string& service) {
+    const auto& ids = snapshot.services;
+    if (std::find(ids.begin(), ids.end(), service) == ids.end()) {
+        return {};
+    }
+    return {snapshot.serverId, GetStateStr(snapshot.state), GetErrorStr(snapshot.error), true};
 }
 
 std::optional<DaemonFault> FaultOf(const StatusSnapshot& snapshot, const std::string& service, bool isRelayed) {
@@ -71,12 +73,12 @@ void Print(const ServiceStatus& status) {
 }
 
 ExitCode ShowService(const Session& session, const StatusOptions& options, const StatusSnapshot& snapshot) {
-    const auto status = StatusOf(options.service);
+    const auto status = StatusOf(snapshot, options.service);
     const auto fault = FaultOf(snapshot, options.service, status.isRelayed);
     if (session.json) {
         const Json::Value report = AsJson(options.service, status, fault);
         options.watch ? static_cast<void>(PrintJsonLine(report)) : PrintJson(report);
-    } else if (!status.state.empty()) {
+    } else {
         Print(status);
     }
     if (fault) {

@@ -29,8 +29,7 @@ std::string TextOf(const Json::Value& object, std::string_view name) {
 
 std::optional<std::int64_t> NumberOf(const Json::Value& object, std::string_view name) {
     const auto* number = Member(object, name);
-    const bool isInteger = number && number->isInt64() && number->type() != Json::realValue;
-    return isInteger ? std::optional<std::int64_t>(number->asInt64()) : std::nullopt;
+    return number && number->isInt64() ? std::optional<std::int64_t>(number->asInt64()) : std::nullopt;
 }
 
 // A number beyond an integer's bounds names no state and no error.

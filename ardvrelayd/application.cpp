@@ -20,10 +20,10 @@ using namespace ARDV::Relay;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-Application::Application(const Options& options, RelaydConf configuration)
+Application::Application(const Options& options, const RelaydConf& configuration)
     : options_(options),
       engine_(loop_),
-      device_(std::move(configuration), options.configFile),
+      device_(configuration, options.configFile),
       session_(loop_, engine_, device_, errors_, options.retry,
                {[this] { OnSessionChange(); }, [this](const ServerCommand& command) { return CarryOut(command); }}),
       alias_(loop_, engine_, device_, errors_, options.retry),
@@ -137,12 +137,22 @@ std::optional<RELAYD_RET> Application::CarryOut(const ServerCommand& command) {
     };
     static constexpr Row kCommands[] = {
         {"update_alias", [](Application& self, const ServerCommand& c) { return self.UpdateAliasFor(c.id); }},
-        {"open_tunnel", [](Application&, const ServerCommand&) { return std::optional(RELAYD_RET_ERR_NOT_SUPPORT); }},
+        {"open_tunnel", [](Application& self, const ServerCommand& c) { return self.RefuseTunnel(c); }},
         {"close_tunnel", [](Application&, const ServerCommand&) { return std::optional(RELAYD_RET_SUCCESS); }},
     };
     const auto* row = std::find_if(std::begin(kCommands), std::end(kCommands),
                                    [&command](const Row& r) { return command.name == r.name; });
     return row == std::end(kCommands) ? std::optional(RELAYD_RET_ERR_NOT_SUPPORT) : row->act(*this, command);
+}
+
+// What came over plain HTTP anybody could have written.
+std::optional<RELAYD_RET> Application::RefuseTunnel(const ServerCommand& command) const {
+    const bool isSafe = device_.Configuration().GetWaitCmdServer().GetUrl(nullptr).rfind("https://", 0) == 0;
+    const bool isWhole = ObjectMember(command.members, "relay") && ArrayMember(command.members, "candidates");
+    if (!isSafe) {
+        return RELAYD_RET_ERR_VIOLATION;
+    }
+    return isWhole ? RELAYD_RET_ERR_NOT_SUPPORT : RELAYD_RET_ERR_UNKNOWN;
 }
 
 std::optional<RELAYD_RET> Application::UpdateAliasFor(const std::string& id) {

@@ -25,7 +25,7 @@ namespace ardv::daemon {
 class Application {
 public:
     /** @param configuration valid, loaded from the file that `options` name */
-    Application(const Options& options, ARDV::Relay::RelaydConf configuration);
+    Application(const Options& options, const ARDV::Relay::RelaydConf& configuration);
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
@@ -43,6 +43,7 @@ private:
     void OnSessionChange();
     void SwitchOnOrOff(std::chrono::milliseconds delay);
     std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);
+    std::optional<ARDV::Relay::RELAYD_RET> RefuseTunnel(const ServerCommand& command) const;
     std::optional<ARDV::Relay::RELAYD_RET> UpdateAliasFor(const std::string& id);
     Status CurrentStatus() const;
     void Publish();

@@ -2,7 +2,6 @@
 #include "check_config.h"
 
 #include <fcntl.h>
-#include <json/reader.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,11 +9,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <optional>
 
 #include <relay/config/config.h>
+
+#include "json_member.h"
 
 namespace ardv::daemon {
 
@@ -40,16 +40,6 @@ bool ReadBounded(std::FILE* file, std::string& text) {
         }
     }
     return std::ferror(file) == 0;
-}
-
-bool Parse(const std::string& text, Json::Value& value, std::string& errors) {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    try {
-        return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
-    } catch (const Json::Exception& problem) {  // too deep
-        errors = problem.what();
-        return false;
-    }
 }
 
 bool Judge(const std::string& path, const Json::Value& value) {
@@ -83,7 +73,7 @@ bool CheckConfigFile(const std::string& path) {
     }
     Json::Value value;
     std::string errors;
-    return Parse(text, value, errors) ? Judge(path, value) : Say(path, "is damaged:\n" + errors);
+    return ParseJson(text, value, errors) ? Judge(path, value) : Say(path, "is damaged:\n" + errors);
 }
 
 }  // namespace ardv::daemon

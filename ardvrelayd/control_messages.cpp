@@ -51,6 +51,12 @@ std::string Identifier(const Json::Value& object, const char* key, std::size_t m
     return IsIdentifier(text, maxSize) ? text : std::string();
 }
 
+// By the library the log would show an answer that is no JSON, and half an answer may hold a whole secret.
+bool ParseAnswer(const std::string& text, Json::Value& body) {
+    std::string problems;
+    return text.size() <= kMaxAnswerSize && ParseJson(text, body, problems) && body.isObject();
+}
+
 }  // namespace
 
 Answer ReadAnswer(const Request& request) {
@@ -61,7 +67,7 @@ Answer ReadAnswer(const Request& request) {
     }
     answer.result = RELAYD_RET_ERR_UNKNOWN;
     Json::Value body;
-    if (request.GetResponse().size() > kMaxAnswerSize || !request.GetResponse(body) || !body.isObject()) {
+    if (!ParseAnswer(request.GetResponse(), body)) {
         return answer;
     }
     answer.serverError = ParseServerError(body);

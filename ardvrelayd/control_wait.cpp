@@ -122,6 +122,9 @@ ControlSession::KnownCommand* ControlSession::Find(const std::string& id) {
 
 void ControlSession::CarryOut(const std::vector<ServerCommand>& commands) {
     for (const auto& command : commands) {
+        if (phase_ != Phase::kStanding) {
+            return;  // the one before has ended the session
+        }
         if (const auto* known = Find(command.id)) {
             if (known->result) {
                 results_.emplace_back(command.id, *known->result);
@@ -133,8 +136,7 @@ void ControlSession::CarryOut(const std::vector<ServerCommand>& commands) {
         }
         commands_.push_back({command.id, std::nullopt});
         if (const auto result = events_.command(command)) {
-            commands_.back().result = result;
-            results_.emplace_back(command.id, *result);
+            Finish(command.id, *result);
         }
     }
 }

@@ -20,16 +20,19 @@ constexpr const char* kRegistered[] = {"server_control", "server_waitcmd", "serv
 
 }  // namespace
 
-Device::Device(RelaydConf configuration, std::string path)
-    : configuration_(std::move(configuration)), path_(std::move(path)), network_(true), networkFacts_(NetworkFacts()) {}
+Device::Device(const RelaydConf& configuration, std::string path)
+    : configuration_(configuration), path_(std::move(path)), network_(true), networkFacts_(NetworkFacts()) {}
 
 bool Device::IsWanted() const {
     return configuration_.GetEnableConf() || configuration_.IsSupportChannelEnabled();
 }
 
 bool Device::Reload() {
-    RelaydConf fresh(path_.c_str());
-    if (!fresh.IsValid()) {
+    const RelaydConf fresh(path_.c_str());
+    Json::Value settings;
+    const bool isThere =
+        RelaydConf::ReadJsonFile(path_, settings) && settings.isObject();  // else these are the defaults
+    if (!isThere || !fresh.IsValid()) {
         DAEMON_LOG(LOG_ERR, "the configuration %s is not valid and is not taken over", path_.c_str());
         return false;
     }

@@ -13,7 +13,7 @@ namespace ardv::daemon {
 class Device {
 public:
     /** @param path the main configuration file, from which `configuration` was loaded */
-    Device(ARDV::Relay::RelaydConf configuration, std::string path);
+    Device(const ARDV::Relay::RelaydConf& configuration, std::string path);
 
     const ARDV::Relay::RelaydConf& Configuration() const { return configuration_; }
     const ARDV::Relay::NetworkConf& Network() const { return network_; }
@@ -24,7 +24,8 @@ public:
     /**
      * Reads configuration and network again, and puts the log settings into force.
      *
-     * @return false, with a message of level 3 and everything as it was, if the file's settings are not valid
+     * @return false, with a message of level 3 and everything as it was, if there is no file, or it is damaged, or its settings are
+     *         not valid
      */
     bool Reload();
 

@@ -1,9 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "json_member.h"
 
+#include <json/reader.h>
+
 #include <cstring>
+#include <memory>
 
 namespace ardv::daemon {
+
+bool ParseJson(std::string_view text, Json::Value& value, std::string& problems) {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    try {
+        return reader->parse(text.data(), text.data() + text.size(), &value, &problems);
+    } catch (const Json::Exception& problem) {  // too deep
+        problems = problem.what();
+        return false;
+    }
+}
 
 const Json::Value* Member(const Json::Value& object, const char* key) {
     return object.isObject() ? object.find(key, key + std::strlen(key)) : nullptr;

@@ -1,18 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Members of JSON that came from elsewhere. jsoncpp throws where a value is not of the type that is asked for; these give
- * nothing instead, for a missing member as for one of another type.
+ * JSON that came from elsewhere. jsoncpp throws where a text nests too deep, and where a value is not of the type that is asked
+ * for; these give nothing instead, for a missing member as for one of another type.
  */
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <json/value.h>
 
 namespace ardv::daemon {
+
+/**
+ * Reads a text. It is logged nowhere.
+ *
+ * @param problems what is wrong, in lines, where it is no JSON or nests more than 1,000 values
+ * @return whether `value` is what the text says; it is of no use otherwise
+ */
+bool ParseJson(std::string_view text, Json::Value& value, std::string& problems);
 
 /** The member, or null where `object` is no object or has none. Valid as long as `object`. */
 const Json::Value* Member(const Json::Value& object, const char* key);

@@ -73,8 +73,9 @@ bool Ask(int fd, const Table& table) {
 
 }  // namespace
 
-NetworkWatch::NetworkWatch(EventLoop& loop, std::function<void()> changed)
+NetworkWatch::NetworkWatch(EventLoop& loop, std::function<void()> changed, NetworkPace pace)
     : changed_(std::move(changed)),
+      pace_(pace),
       socket_(OpenSocket()),
       port_(Join(socket_.Get())),
       table_(std::make_unique<NetworkTable>()),
@@ -163,8 +164,8 @@ void NetworkWatch::TakeAnswer(std::uint16_t type, std::string_view record) {
 void NetworkWatch::NoteNews() {
     const auto now = Clock::now();
     firstNews_ = firstNews_.value_or(now);
-    const auto patience = std::chrono::ceil<std::chrono::milliseconds>(*firstNews_ + kPatience - now);
-    quiet_.Start(std::min(kQuiet, patience));
+    const auto patience = std::chrono::ceil<std::chrono::milliseconds>(*firstNews_ + pace_.patience - now);
+    quiet_.Start(std::min(pace_.quiet, patience));
 }
 
 void NetworkWatch::Call() {

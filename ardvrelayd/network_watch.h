@@ -16,6 +16,12 @@ namespace ardv::daemon {
 
 class NetworkTable;
 
+/** When a change of the network is told: it is seldom one message of the kernel. */
+struct NetworkPace {
+    std::chrono::milliseconds quiet = std::chrono::seconds(2);      ///< nothing more has happened for this long, ...
+    std::chrono::milliseconds patience = std::chrono::seconds(10);  ///< ... or this has passed since the first message
+};
+
 /**
  * Tells when the machine's network has changed: its links, addresses or routes, as rtnetlink(7) reports them for this
  * network namespace. It asks for nothing periodically.
@@ -28,16 +34,11 @@ class NetworkTable;
  */
 class NetworkWatch {
 public:
-    /** A change is seldom one message: the call comes once nothing more has happened for this long, ... */
-    static constexpr std::chrono::milliseconds kQuiet = std::chrono::seconds(2);
-    /** ... and so long after the first news at the latest. */
-    static constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(10);
-
     /**
      * @param changed called from the loop, once for all that has happened since the last call. It may destroy this object.
      * @throws std::runtime_error where the kernel grants no netlink socket
      */
-    NetworkWatch(EventLoop& loop, std::function<void()> changed);
+    NetworkWatch(EventLoop& loop, std::function<void()> changed, NetworkPace pace = {});
     ~NetworkWatch();
     NetworkWatch(const NetworkWatch&) = delete;
     NetworkWatch& operator=(const NetworkWatch&) = delete;
@@ -55,6 +56,7 @@ private:
     void Call();
 
     std::function<void()> changed_;
+    NetworkPace pace_;
     Descriptor socket_;
     std::uint32_t port_ = 0;  ///< the socket's address, by which answers are told from reports
     std::unique_ptr<NetworkTable> table_;

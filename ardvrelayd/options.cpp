@@ -10,6 +10,8 @@
 #include <optional>
 #include <vector>
 
+#include "exit_code.h"
+
 namespace ardv::daemon {
 
 using std::chrono::milliseconds;
@@ -53,7 +55,7 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"foreground", 'f', nullptr, "stay in the foreground, with the log on standard error",
+    {"foreground", 'f', nullptr, "stay in the foreground, log to standard error",
      [](Options& o, const std::string&) { return o.foreground = true; }},
     {"config", 'c', "FILE", "the main configuration file",
      [](Options& o, const std::string& text) { return SetPath(o.configFile, text); }},
@@ -125,24 +127,37 @@ Options UsageError(const std::string& problem) {
     return options;
 }
 
+std::string NameOf(const OptionRow& row) {
+    return std::string("--") + row.name;
+}
+
+// What is wrong with an option that getopt does not take. It leaves the option's number or letter in optopt, and nothing for a
+// long one that it does not know.
+std::string ProblemWith(int number, const std::string& word) {
+    const auto* row = FindOption(optopt);
+    if (number == ':') {
+        return (row ? NameOf(*row) : word) + " needs a value";
+    }
+    if (row) {
+        return NameOf(*row) + " takes no value";
+    }
+    return "there is no option " + (optopt ? std::string("-") + static_cast<char>(optopt) : word);
+}
+
 }  // namespace
 
 Options ReadOptions(int argc, char** argv) {
     Options options;
     const auto letters = Letters();
     const auto list = LongOptions();
-    optind = 1;
+    optind = 0;  // from the beginning, also where a line before was left in the midst of a word
     for (int number = 0; (number = getopt_long(argc, argv, letters.c_str(), list.data(), nullptr)) != -1;) {
-        const std::string given = argv[optind - 1];
         const auto* row = FindOption(number);
-        if (number == ':') {
-            return UsageError(given + " needs a value");
-        }
         if (!row) {
-            return UsageError("there is no option " + given);
+            return UsageError(ProblemWith(number, argv[optind - 1]));
         }
         if (!row->take(options, optarg ? optarg : "")) {
-            return UsageError(std::string("--") + row->name + " cannot be " + (optarg ? optarg : ""));
+            return UsageError(NameOf(*row) + " cannot be " + (optarg ? optarg : ""));
         }
     }
     if (optind < argc) {
@@ -155,13 +170,19 @@ Options ReadOptions(int argc, char** argv) {
 
 std::string HelpText() {
     constexpr std::size_t kColumn = 28;
+    constexpr std::size_t kCodeColumn = 5;
     std::string text =
         "Usage: ardvrelayd [OPTION]...\nKeeps this device reachable by its alias, from the background.\n\n";
     for (const auto& row : kOptions) {
         std::string line = row.letter ? std::string("  -") + row.letter + ", " : "      ";
-        line += std::string("--") + row.name + (row.value ? std::string(" ") + row.value : "");
+        line += NameOf(row) + (row.value ? std::string(" ") + row.value : "");
         line.resize(std::max(line.size() + 1, kColumn), ' ');
         text += line + row.help + "\n";
+    }
+    text += "\nExit codes:\n";
+    for (const auto& [code, meaning] : kExitCodes) {
+        const auto number = std::to_string(code);
+        text += std::string(kCodeColumn - number.size(), ' ') + number + "  " + meaning + "\n";
     }
     return text;
 }

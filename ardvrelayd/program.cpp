@@ -61,7 +61,7 @@ int RunDaemon(const Options& options) {
         ApplyLogSettings(configuration);  // now that there is no terminal: opens the usual log where none is named
     }
     Daemon::InitSignalHandler();
-    Application(options, std::move(configuration)).Run();
+    Application(options, configuration).Run();
     return kExitSuccess;
 }
 

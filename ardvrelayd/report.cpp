@@ -11,7 +11,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include "descriptor.h"
 #include "json_member.h"
@@ -32,10 +34,10 @@ struct ShownSetting {
 };
 
 const ShownSetting kShownSettings[] = {
-    {"server_global", {"protocol", "host", "ip", "port", "page"}},
-    {"server_control", {"protocol", "host", "ip", "port", "page"}},
-    {"server_waitcmd", {"protocol", "host", "ip", "port", "page"}},
-    {"server_alias", {"alias", "url", "poll_seconds"}},
+    {"server_global", {"protocol", "host", "ip", "port"}},
+    {"server_control", {"protocol", "host", "ip", "port"}},
+    {"server_waitcmd", {"protocol", "host", "ip", "port"}},
+    {"server_alias", {"alias", "poll_seconds"}},
     {"server_smartdns", {"enabled"}},
     {"support_channel", {"enabled"}},
     {"tethra", {"enabled"}},
@@ -48,15 +50,32 @@ const ShownSetting kShownSettings[] = {
 
 constexpr const char kUserInfoMark = '@';
 
-Json::Value Scalar(const Json::Value& value) {
-    return value.isObject() || value.isArray() ? Json::Value() : value;
+// Scheme, host and port: a path or a query may hold anything, and so may what stands before a "@".
+std::string ServerOf(const std::string& url) {
+    const auto scheme = url.find("://");
+    const auto host = scheme == std::string::npos ? 0 : scheme + 3;
+    const auto server = url.substr(0, url.find_first_of("/?#", host));
+    const auto mark = server.rfind(kUserInfoMark);
+    return mark == std::string::npos ? server : server.substr(0, host) + server.substr(mark + 1);
+}
+
+// Settings in which a person may write more than the name of a server.
+bool IsServer(std::string_view key) {
+    return key == "host" || key == "ip";
+}
+
+Json::Value ShownMember(const char* key, const Json::Value& value) {
+    if (value.isObject() || value.isArray()) {
+        return Json::Value();
+    }
+    return value.isString() && IsServer(key) ? Json::Value(ServerOf(value.asString())) : value;
 }
 
 Json::Value ShownMembers(const Json::Value& object, const ShownSetting& setting) {
     Json::Value shown(Json::objectValue);
     for (const auto* key : setting.members) {
         if (const auto* member = Member(object, key)) {
-            shown[key] = Scalar(*member);
+            shown[key] = ShownMember(key, *member);
         }
     }
     return shown;
@@ -71,15 +90,6 @@ Json::Value Shown(const Json::Value& value, const ShownSetting& setting) {
         list.append(ShownMembers(element, setting));
     }
     return list;
-}
-
-// Scheme, host and port: a path or a query may hold anything, and so may what stands before a "@".
-std::string ServerOf(const std::string& url) {
-    const auto scheme = url.find("://");
-    const auto host = scheme == std::string::npos ? 0 : scheme + 3;
-    const auto server = url.substr(0, url.find_first_of("/?#", host));
-    const auto mark = server.rfind(kUserInfoMark);
-    return mark == std::string::npos ? server : server.substr(0, host) + server.substr(mark + 1);
 }
 
 bool IsOurs(int fd) {

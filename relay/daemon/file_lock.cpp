@@ -15,6 +15,19 @@ constexpr std::int32_t kNotLocked = -1;
 constexpr mode_t kLockFileMode = 0666;  // less the process's umask
 constexpr int kOpenFlags = O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC;
 
+// Trust is looked at under the lock: only then nobody who keeps to the locks deletes the file any more.
+std::int32_t OpenLocked(const std::string& path, int operation) {
+    const int opened = open(path.c_str(), kOpenFlags | Utils::NoFollowIfShared(path), kLockFileMode);
+    if (opened < 0) {
+        return kNotLocked;
+    }
+    if (flock(opened, operation | LOCK_NB) != 0 || !Utils::IsTrustworthy(opened, path)) {
+        close(opened);
+        return kNotLocked;
+    }
+    return opened;
+}
+
 }  // namespace
 
 _FileLock::_FileLock(const char* path) {
@@ -40,11 +53,15 @@ bool _FileLock::RemoveFile(const char* /*path*/) {
 }
 
 bool _FileLock::Lock(int operation) {
-    if (!IsConsistent()) {
+    if (files_.size() != descriptors_.size()) {
         return false;
     }
     for (std::size_t i = 0; i < files_.size(); ++i) {
-        if (descriptors_[i] < 0 && !LockFile(files_[i], operation, descriptors_[i])) {
+        if (descriptors_[i] >= 0) {
+            continue;
+        }
+        descriptors_[i] = OpenLocked(files_[i], operation);
+        if (descriptors_[i] < 0) {
             Unlock();
             return false;
         }
@@ -53,7 +70,7 @@ bool _FileLock::Lock(int operation) {
 }
 
 bool _FileLock::Unlock() {
-    if (!IsConsistent()) {
+    if (files_.size() != descriptors_.size()) {
         return false;
     }
     for (auto& descriptor : descriptors_) {
@@ -61,24 +78,6 @@ bool _FileLock::Unlock() {
         close(descriptor);
         descriptor = kNotLocked;
     }
-    return true;
-}
-
-bool _FileLock::IsConsistent() const {
-    return files_.size() == descriptors_.size();
-}
-
-// Trust is looked at under the lock: only then nobody who keeps to the locks deletes the file any more.
-bool _FileLock::LockFile(const std::string& path, int operation, std::int32_t& descriptor) {
-    const int opened = open(path.c_str(), kOpenFlags | Utils::NoFollowIfShared(path), kLockFileMode);
-    if (opened < 0) {
-        return false;
-    }
-    if (flock(opened, operation | LOCK_NB) != 0 || !Utils::IsTrustworthy(opened, path)) {
-        close(opened);
-        return false;
-    }
-    descriptor = opened;
     return true;
 }
 

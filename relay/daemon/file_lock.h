@@ -15,6 +15,7 @@ namespace ARDV::Relay {
  *
  * One thread uses an object. Its descriptors are close-on-exec; a child of fork(2) shares the locks until it closes them.
  */
+// NOLINTNEXTLINE(readability-identifier-naming): the name is published
 class ARDVRELAYD_API _FileLock {
 public:
     /** An empty set, to which `path` is added by `AddFile`. */
@@ -53,9 +54,6 @@ public:
     bool Unlock();
 
 private:
-    bool IsConsistent() const;
-    bool LockFile(const std::string& path, int operation, std::int32_t& descriptor);
-
     std::vector<std::string> files_;
     std::vector<std::int32_t> descriptors_;  ///< of each file; -1 while it is not locked
 };

@@ -61,7 +61,7 @@ AdminReply QueueCommand(const ControlParts& parts, const Json::Value& json) {
 
 AdminReply BreakWaits(const ControlParts& parts, const Json::Value& json) {
     std::string error;
-    const auto fault = ParseFault(json, {ControlFaultRules().kinds, {}}, error);
+    const auto fault = ParseFault(json, PlacedFaultRules(), error);
     if (!fault) {
         return Fail(400, error);
     }

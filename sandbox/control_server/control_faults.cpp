@@ -64,6 +64,10 @@ FaultRules ControlFaultRules() {
     return {kKinds, kCommands};
 }
 
+FaultRules PlacedFaultRules() {
+    return {.kinds = kKinds, .targets = {}, .isCounted = false};
+}
+
 void ChangeAnswer(const Fault& fault, Json::Value& answer) {
     if (!fault.members.isObject()) {
         return;

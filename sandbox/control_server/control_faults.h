@@ -11,6 +11,9 @@ namespace ARDV::Sandbox {
 /// The kinds, and the commands that a fault may be for.
 FaultRules ControlFaultRules();
 
+/// The kinds alone: for a fault whose place says which request meets it.
+FaultRules PlacedFaultRules();
+
 /// Changes the ordinary `answer` as `fault` has it: members put in or replaced, and members taken away.
 void ChangeAnswer(const Fault& fault, Json::Value& answer);
 

@@ -62,7 +62,7 @@ bool Scenario::Set(const Json::Value& json, std::string& error) {
     std::vector<Step> steps(json.size());
     for (Json::ArrayIndex i = 0; i < json.size(); ++i) {
         if (!ReadStep(json[i], steps[i], error)) {
-            error = "step " + std::to_string(i) + ": " + error;
+            error.insert(0, "step " + std::to_string(i) + ": ");
             return false;
         }
     }
@@ -89,7 +89,7 @@ bool Scenario::ReadStep(const Json::Value& json, Step& step, std::string& error)
         step.act.push = json["push"];
     }
     if (json.isMember("answer")) {
-        step.act.fault = ParseFault(json["answer"], {ControlFaultRules().kinds, {}}, error);
+        step.act.fault = ParseFault(json["answer"], PlacedFaultRules(), error);
         return step.act.fault.has_value();
     }
     return true;

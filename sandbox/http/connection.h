@@ -64,6 +64,9 @@ public:
     /// Breaks the connection at once; every blocked operation on it returns. From any thread.
     void Abort();
 
+    /// True after Abort().
+    bool IsAborted() const { return isAborted_; }
+
     bool is_readable() const override;
     bool is_writable() const override;
     ssize_t read(char* data, size_t size) override;

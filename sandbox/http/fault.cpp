@@ -176,9 +176,12 @@ bool ReadTarget(FaultOrder& order, const FaultRules& rules) {
     return isText && (isKnown || order.Refuse("command", "is not known"));
 }
 
+bool ReadCount(FaultOrder& order, const FaultRules& rules) {
+    return !rules.isCounted || order.Number("count", 1, 0, kMaxCount, order.Result().count);
+}
+
 bool Read(FaultOrder& order, const FaultKind& kind, const FaultRules& rules) {
-    return order.Number("count", 1, 0, kMaxCount, order.Result().count) && ReadTarget(order, rules) &&
-           kind.read(order) && order.KnowsAll();
+    return ReadCount(order, rules) && ReadTarget(order, rules) && kind.read(order) && order.KnowsAll();
 }
 
 }  // namespace

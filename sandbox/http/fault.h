@@ -42,7 +42,8 @@ struct FaultKind {
 /// What a server knows besides the kinds that all know.
 struct FaultRules {
     std::span<const FaultKind> kinds;           ///< kinds of its own
-    std::span<const std::string_view> targets;  ///< values of "command"; none: the server's faults have no such member
+    std::span<const std::string_view> targets;  ///< values of "command"; none: an order has no such member
+    bool isCounted = true;                      ///< whether an order may have "count"
 };
 
 /// An order that is being read: the JSON object, and the fault that comes of it.

@@ -19,6 +19,7 @@ int main(void) {
     char text[64] = "untouched";
     int failures = Check(ALIBRelaydGetServerId(NULL, text, sizeof text) == -1, "there is no configuration to read");
     failures += Check(text[0] == '\0', "the buffer is emptied first");
+    failures += Check(ALIBRelaydLogStart(NULL) == -1, "a log needs a file");
     failures +=
         Check(ALIBCFileGetKeyValue("/nonexistent", "key", text, sizeof text, 0) < 0, "a missing file is a failure");
     failures += Check(ALIBCErrGet() != 0, "a failure has a code");

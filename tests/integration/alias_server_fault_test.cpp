@@ -78,7 +78,7 @@ TEST_F(AliasServerFault, EndsQuicklyWhileConnectionsAreHeld) {
     server.SetFault(R"({"kind":"slow","delay_ms":60000})");
     auto slow = std::async(std::launch::async, [this] { return PostText("a=b"); });
     EXPECT_TRUE(WaitFor([&] { return server.Requests().size() == 2; }));
-    const int idle = Connect(server.HttpPort());
+    const int idle = ConnectTo(server.HttpPort());
     EXPECT_EQ(server.Stop(), 0) << "by itself within 10 seconds, not after the minute that it was told to take";
     EXPECT_NE(silent.get().substr(0, 3), "200");
     EXPECT_NE(slow.get().substr(0, 3), "200");

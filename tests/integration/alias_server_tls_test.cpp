@@ -34,7 +34,7 @@ protected:
     static int EndOfSession(const AliasServerProcess& server) {
         const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
         const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context.get()), SSL_free);
-        const int socket = AliasServerFixture::Connect(server.HttpsPort());
+        const int socket = ConnectTo(server.HttpsPort());
         SSL_set_fd(tls.get(), socket);
         EXPECT_EQ(SSL_connect(tls.get()), 1);
         const std::string request = "POST /alias_update.php HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\na=b";
@@ -98,7 +98,7 @@ TEST_F(AliasServerTls, SaysFarewellUnlessItCuts) {
 
 TEST_F(AliasServerTls, EndsQuicklyDuringAHandshake) {
     const auto server = Serve("valid");
-    const int mute = AliasServerFixture::Connect(server->HttpsPort());
+    const int mute = ConnectTo(server->HttpsPort());
     EXPECT_EQ(Post(*server), "200 badparam:action");
     EXPECT_EQ(server->Stop(), 0) << "by itself within 10 seconds";
     ::close(mute);

@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +23,7 @@
 #include <utility>
 
 #include "support/file_text.h"
+#include "support/process.h"
 
 namespace ardv::test {
 
@@ -92,14 +92,6 @@ std::set<pid_t> ChildrenOf(pid_t process) {
     const std::string number = std::to_string(process);
     std::istringstream children(ReadText("/proc/" + number + "/task/" + number + "/children"));
     return {std::istream_iterator<pid_t>(children), {}};
-}
-
-bool HasEnded(pid_t process, int milliseconds) {
-    const int handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-    pollfd entry = {handle, POLLIN, 0};
-    const bool hasEnded = poll(&entry, 1, milliseconds) == 1;
-    close(handle);
-    return hasEnded;
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include <string_view>
 #include <thread>
 
+#include "support/deadline.h"
 #include "support/file_text.h"
 #include "support/program.h"
 
@@ -102,11 +103,6 @@ void EndProcess(pid_t process, int signal) {
         kill(process, signal);
         waitpid(process, nullptr, 0);
     }
-}
-
-int MillisecondsUntil(Clock::time_point end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
 }
 
 /** Hears what routers announce on an interface of this process. */

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace ardv::test {
 
@@ -12,5 +13,23 @@ namespace ardv::test {
  * therefore, nothing is counted here; let it write, and expect afterwards.
  */
 std::string SystemLogOf(const std::function<void()>& action);
+
+/**
+ * The system log of this process and of the children that it starts meanwhile: while one lives, /dev holds this log and /dev/null and
+ * nothing else. At most one at a time.
+ */
+class CapturedSystemLog {
+public:
+    CapturedSystemLog();
+    ~CapturedSystemLog();
+    CapturedSystemLog(const CapturedSystemLog&) = delete;
+    CapturedSystemLog& operator=(const CapturedSystemLog&) = delete;
+
+    /** What arrived since the last call: "priority source text", without times and line numbers, e.g. "3 config.cpp bad". */
+    std::vector<std::string> Messages() const;
+
+private:
+    int log_ = -1;
+};
 
 }  // namespace ardv::test

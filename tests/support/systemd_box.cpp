@@ -27,7 +27,10 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "support/deadline.h"
 #include "support/file_text.h"
+#include "support/handle.h"
+#include "support/process.h"
 
 namespace ardv::test {
 
@@ -53,27 +56,6 @@ void Must(bool done, const std::string& what) {
     if (!done) {
         throw std::runtime_error("systemd box: " + what + ": " + std::strerror(errno));
     }
-}
-
-class Handle {
-public:
-    explicit Handle(int number) : number_(number) {}
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() {
-        if (number_ >= 0) {
-            ::close(number_);
-        }
-    }
-    int Number() const { return number_; }
-
-private:
-    int number_;
-};
-
-int MillisecondsUntil(Clock::time_point end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
 }
 
 /** The mount of the unified control groups; empty without one. */
@@ -226,7 +208,7 @@ void UseConsole() {
         BecomeManager(group);
     }
     if (manager > 0) {
-        const Handle ended(static_cast<int>(::syscall(SYS_pidfd_open, manager, 0)));
+        const Handle ended(OpenProcess(manager));
         std::array<pollfd, 2> events = {{{life, POLLIN, 0}, {ended.Number(), POLLIN, 0}}};
         while (::poll(events.data(), events.size(), -1) < 0 && errno == EINTR) {
         }
@@ -354,7 +336,7 @@ SystemdBox::SystemdBox() : group_(UnifiedGroups() + "/" + kGroupPrefix + std::to
     const Handle notifications(OpenNotifySocket());
     Must(::mkdir(group_.c_str(), 0755) == 0, "control group " + group_);
     guardian_ = std::make_unique<Guardian>(group_);
-    const Handle guardian(static_cast<int>(::syscall(SYS_pidfd_open, guardian_->Pid(), 0)));
+    const Handle guardian(OpenProcess(guardian_->Pid()));
     const auto end = Clock::now() + kDeadline;
     if (!IsReadyBefore(end, notifications.Number(), guardian.Number())) {
         throw std::runtime_error("systemd box: doesn't come up: " + Console());

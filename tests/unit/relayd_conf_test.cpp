@@ -34,6 +34,36 @@ protected:
     RelaydConf conf_{nullptr};
 };
 
+TEST_F(RelaydConfTest, GivesTheDaemonItsSettings) {
+    EXPECT_EQ(conf_.GetServerId(), "");
+    EXPECT_EQ(conf_.GetLogFile(), "");
+    EXPECT_EQ(conf_.GetLogLevel(), 4);
+    EXPECT_FALSE(conf_.IsSupportChannelEnabled());
+    EXPECT_FALSE(conf_.IsSmartDNSEnabled());
+    EXPECT_EQ(Written(conf_.GetNetwork(), true), Written(NetworkConf(false), true));
+    ASSERT_TRUE(conf_.Overwrite(JsonOf(R"({"server_control":{"host":"c.zz"},"server_waitcmd":{"host":"w.zz"},
+        "serverID":"abc","log_level":6,"log_file":"/x.log","support_channel":{"enabled":true}})")));
+    EXPECT_EQ(conf_.GetControlServer().GetHost(), "c.zz");
+    EXPECT_EQ(conf_.GetWaitCmdServer().GetHost(), "w.zz");
+    EXPECT_EQ(conf_.GetServerId(), "abc");
+    EXPECT_EQ(conf_.GetLogFile(), "/x.log");
+    EXPECT_EQ(conf_.GetLogLevel(), 6);
+    EXPECT_TRUE(conf_.IsSupportChannelEnabled());
+    EXPECT_FALSE(conf_.IsSmartDNSEnabled());
+    ASSERT_TRUE(conf_.Overwrite(JsonOf(R"({"support_channel":{"enabled":false},"server_smartdns":{"enabled":true}})")));
+    EXPECT_FALSE(conf_.IsSupportChannelEnabled());
+    EXPECT_TRUE(conf_.IsSmartDNSEnabled());
+}
+
+TEST_F(RelaydConfTest, TakesAServerIdentifierAndSavesNothing) {
+    WriteText(kConfigFile, "{}");
+    RelaydConf conf(kConfigFile);
+    conf.SetServerId("abc");
+    EXPECT_EQ(conf.GetServerId(), "abc");
+    EXPECT_EQ(Value(conf, false)["serverID"], "abc");
+    EXPECT_EQ(ReadText(kConfigFile), "{}");
+}
+
 TEST_F(RelaydConfTest, StartsWithItsDefaults) {
     const std::string host = Deployment::kGlobalControlHost;
     const auto server = [&host](const char* protocol, int port) {

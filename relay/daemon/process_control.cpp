@@ -59,10 +59,9 @@ void CloseOnExecBothEnds(int end) {
     std::error_code noEntry;
     for (std::filesystem::directory_iterator entry("/proc/self/fd", noEntry), last; entry != last;
          entry.increment(noEntry)) {
-        const int fd = std::atoi(entry->path().filename().c_str());
         struct stat file = {};
-        if (fstat(fd, &file) == 0 && file.st_ino == pipe.st_ino && file.st_dev == pipe.st_dev) {
-            fcntl(fd, F_SETFD, FD_CLOEXEC);
+        if (stat(entry->path().c_str(), &file) == 0 && file.st_ino == pipe.st_ino && file.st_dev == pipe.st_dev) {
+            fcntl(std::stoi(entry->path().filename()), F_SETFD, FD_CLOEXEC);
         }
     }
 }
@@ -77,19 +76,6 @@ void CloseOnExecBothEnds(int end) {
 }
 
 }  // namespace
-
-pid_t RunningDaemon::FindPid() {
-    const bool isPathKnown = daemon_pid_file_proc == &Daemon::GetPidFile;
-    return isPathKnown ? daemon_pid_file_is_running() : -1;
-}
-
-bool RunningDaemon::SendSignal(pid_t pid, int signal) {
-    return pid >= 1 && kill(pid, signal) == 0;
-}
-
-const char* RunningDaemon::Name() {
-    return daemon_pid_file_ident ? daemon_pid_file_ident : "";
-}
 
 bool Daemon::SetName(const char* name) {
     if (!name) {

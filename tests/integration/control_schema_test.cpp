@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "integration/control_server_fixture.h"
+#include "support/control_schema.h"
+#include "support/process.h"
+
+namespace ardv::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kMessages[] = {"register-request",  "register-answer", "keep-alive-request",
+                                     "keep-alive-answer", "wait-request",    "wait-answer"};
+
+/** The files of docs/control-protocol that show this message: MESSAGE.json and MESSAGE-SOMETHING.json. */
+std::vector<std::string> ExamplesOf(const std::string& message) {
+    std::vector<std::string> files;
+    for (const auto& entry : fs::directory_iterator(ARDV_SCHEMA_FOLDER)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with(message) && name.ends_with(".json") && !name.ends_with(".schema.json")) {
+            files.push_back(entry.path());
+        }
+    }
+    return files;
+}
+
+std::string CheckValue(const std::string& message, const Json::Value& value) {
+    return CheckMessages(message, {value.toStyledString()});
+}
+
+class ControlSchema : public ControlServerFixture {};
+
+TEST_F(ControlSchema, FitsEveryExample) {
+    for (const std::string message : kMessages) {
+        const auto files = ExamplesOf(message);
+        EXPECT_FALSE(files.empty()) << message;
+        EXPECT_EQ(CheckMessageFiles(message, files), "") << message;
+    }
+}
+
+TEST_F(ControlSchema, HasASchemaForEachExample) {
+    for (const auto& entry : fs::directory_iterator(ARDV_SCHEMA_FOLDER)) {
+        const std::string name = entry.path().filename();
+        const auto isOf = [&](const std::string& message) { return name.starts_with(message); };
+        EXPECT_TRUE(std::any_of(std::begin(kMessages), std::end(kMessages), isOf) || name == "scenario.json") << name;
+    }
+}
+
+TEST_F(ControlSchema, FitsWhatTheServerSays) {
+    server.SetAnswers(R"({"keep_alive":60,"control_host":"other.zz","smartdns":{"enabled":true},"reachable":true})");
+    EXPECT_EQ(CheckValue("register-answer", Register()), "");
+    EXPECT_EQ(CheckValue("register-answer", Post(Registration("AV220-000001", "guess"))), "");
+    EXPECT_EQ(CheckValue("register-answer", Post(Json::Value(Json::objectValue))), "");
+    EXPECT_EQ(CheckValue("keep-alive-answer", Post(KeepAliveRequest())), "");
+    for (const char* command : {R"({"command":"update_alias"})", R"({"command":"close_tunnel"})"}) {
+        server.Command(id, command);
+    }
+    EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "");
+    server.EndSessions();
+    EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "");
+    EXPECT_EQ(CheckValue("keep-alive-answer", Post(KeepAliveRequest())), "");
+}
+
+TEST_F(ControlSchema, TakesTheExamplesAsRequests) {
+    for (const auto& file : ExamplesOf("register-request")) {
+        Register(ParseText(ReadText(file)));
+    }
+    for (const std::string message : {"keep-alive-request", "wait-request"}) {
+        for (const auto& file : ExamplesOf(message)) {
+            Json::Value request = ParseText(ReadText(file));
+            EXPECT_EQ(Post(request)["errno"], 6) << file << ": as it should be but for its session";
+        }
+    }
+}
+
+std::string Configuration(int port) {
+    const std::string server = R"({"protocol":"http","host":"127.0.0.1","port":)" + std::to_string(port) + "}";
+    return R"({"tethra":{"enabled":true},"server_global":)" + server + R"(,"server_control":)" + server +
+           R"(,"server_waitcmd":)" + server + R"(,"server_alias":{"alias":"attic","url":"http://127.0.0.1:1"}})";
+}
+
+/** The daemon, as long as this lives. */
+class RunningDaemon {
+public:
+    explicit RunningDaemon(const std::string& log)
+        : pid_(Spawn({ARDV_RELAYD, "--foreground", "--retry-base", "0.1", "--retry-cap", "0.5"}, log)) {}
+    RunningDaemon(const RunningDaemon&) = delete;
+    RunningDaemon& operator=(const RunningDaemon&) = delete;
+    ~RunningDaemon() { Stop(); }
+
+    /** Its exit code, or minus the signal that ended it. */
+    int Stop() {
+        if (pid_ < 0) {
+            return 0;
+        }
+        ::kill(pid_, SIGTERM);
+        if (!HasEnded(pid_, 10'000)) {
+            ::kill(pid_, SIGKILL);
+        }
+        return Reap(std::exchange(pid_, -1));
+    }
+
+private:
+    pid_t pid_;
+};
+
+/** The bodies of the requests of one command. */
+std::vector<std::string> BodiesOf(const std::string& command, const Json::Value& requests) {
+    std::vector<std::string> bodies;
+    for (const Json::Value& request : requests) {
+        const std::string body = request["body"].asString();
+        if (ParseText(body)["command"] == command) {
+            bodies.push_back(body);
+        }
+    }
+    return bodies;
+}
+
+TEST_F(ControlSchema, FitsWhatTheDaemonSays) {
+    MakeDevice();
+    WriteText("/usr/ardv/etc/ardvrelayd/ardvrelayd.conf", Configuration(server.HttpPort()));
+    const std::string log = folder.Path() + "/daemon.log";
+    RunningDaemon daemon(log);
+    ASSERT_TRUE(server.WaitFor([&] { return !server.Sessions().empty(); })) << ReadText(log);
+    id = server.Sessions().getMemberNames().front();
+    ASSERT_TRUE(server.AwaitWait(id)) << ReadText(log);
+    for (const char* command : {"update_alias", "close_tunnel", "unheard_of"}) {
+        server.Command(id, R"({"command":")" + std::string(command) + "\"}");
+    }
+    EXPECT_TRUE(server.WaitFor([&] { return server.Results().size() == 3; })) << ReadText(log);
+    ASSERT_TRUE(server.AwaitWait(id)) << ReadText(log);
+    EXPECT_EQ(server.BreakWaits(R"({"kind":"reset"})"), 1);
+    EXPECT_TRUE(server.WaitFor([&] { return !BodiesOf("keep_alive", server.Requests()).empty(); })) << ReadText(log);
+    server.EndSessions();
+    EXPECT_TRUE(server.WaitFor([&] { return BodiesOf("register", server.Requests()).size() == 2; })) << ReadText(log);
+    EXPECT_EQ(daemon.Stop(), 0) << ReadText(log);
+    const Json::Value requests = server.Requests();
+    EXPECT_EQ(CheckMessages("register-request", BodiesOf("register", requests)), "");
+    EXPECT_EQ(CheckMessages("keep-alive-request", BodiesOf("keep_alive", requests)), "");
+    EXPECT_EQ(CheckMessages("wait-request", BodiesOf("wait", requests)), "");
+}
+
+struct WrongMessage {
+    const char* name;
+    const char* message;
+    const char* text;
+};
+
+class ControlSchemaRefusal : public ControlSchema, public testing::WithParamInterface<WrongMessage> {};
+
+constexpr WrongMessage kWrong[] = {
+    {"AnswerWithoutErrno", "wait-answer", R"({"commands":[]})"},
+    {"ErrnoIsText", "keep-alive-answer", R"({"errno":"0"})"},
+    {"SuccessWithoutSession", "register-answer", R"({"errno":0,"serverID":"a","channel":"c"})"},
+    {"SessionWithABlank", "register-answer", R"({"errno":0,"serverID":"a","session":"a b","channel":"c"})"},
+    {"KeepAliveTooShort", "keep-alive-answer", R"({"errno":0,"keep_alive":59})"},
+    {"CommandWithoutId", "wait-answer", R"({"errno":0,"commands":[{"command":"update_alias"}]})"},
+    {"OpenTunnelWithoutRelay", "wait-answer",
+     R"({"errno":0,"commands":[{"id":"a","command":"open_tunnel","candidates":[]}]})"},
+    {"SeventeenCommands", "wait-answer", R"({"errno":0,"commands":[1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17]})"},
+    {"OtherVersion", "keep-alive-request", R"({"version":2,"command":"keep_alive","serverID":"a","session":"b"})"},
+    {"OtherCommand", "keep-alive-request", R"({"version":1,"command":"wait","serverID":"a","session":"b"})"},
+    {"NoChannel", "wait-request", R"({"version":1,"command":"wait","serverID":"a"})"},
+    {"ResultIsText", "wait-request",
+     R"({"version":1,"command":"wait","serverID":"a","channel":"b","results":[{"id":"a","result":"0"}]})"},
+    {"NoIdentity", "register-request",
+     R"({"version":1,"command":"register","service":[],"network":{},)"
+     R"("smartdns":{"enabled":false},"daemon":{"version":"7"}})"},
+};
+
+TEST_P(ControlSchemaRefusal, RefusesWhatTheProtocolHasNot) {
+    EXPECT_NE(CheckValue(GetParam().message, ParseText(GetParam().text)), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ControlSchemaRefusal, testing::ValuesIn(kWrong),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace ardv::test

@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: Apache-2.0
+# ardv_daemon_integration_tests: the daemon's program against the sandbox's servers, whatever these do.
+ardv_add_test(ardv_daemon_integration_tests
+  integration/daemon_outage_test.cpp
+  integration/daemon_session_test.cpp
+  support/control_server_process.cpp
+  support/daemon_process.cpp
+  support/server_process.cpp
+  support/test_certificates.cpp)
+target_compile_definitions(ardv_daemon_integration_tests PRIVATE
+  ARDV_ALIAS_SERVER="$<TARGET_FILE:ardv_sandbox_alias_server>"
+  ARDV_CONTROL_SERVER="$<TARGET_FILE:ardv_sandbox_control_server>"
+  ARDV_DAEMON="$<TARGET_FILE:ardvrelayd_program>"
+  ARDV_MAKE_CERTIFICATES="${PROJECT_SOURCE_DIR}/sandbox/make-certificates")
+target_link_libraries(ardv_daemon_integration_tests PRIVATE PkgConfig::httplib PkgConfig::jsoncpp OpenSSL::SSL)
+add_dependencies(ardv_daemon_integration_tests ardv_sandbox_alias_server ardv_sandbox_control_server ardvrelayd_program)

@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: Apache-2.0
+// The session's other half: what it does with commands.
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "session_fixture.h"
+
+using namespace ardv::test;
+using namespace ardv::daemon;
+using namespace ARDV::Relay;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+class WaitTest : public SessionTest {
+protected:
+    /** Brings commands with these identifiers, and waits until the daemon has asked anew. */
+    void Bring(const std::vector<std::string>& ids) {
+        Json::Value answer = JsonOf(R"({"errno":0})");
+        for (const auto& id : ids) {
+            answer["commands"].append(JsonOf(R"({"command":"update_alias"})"))["id"] = id;
+        }
+        const auto count = server_.Count("wait");
+        LetPass(3s);  // so that it does not look like a server in a hurry
+        server_.Answer("wait", JsonText::Compact(answer));
+        ASSERT_TRUE(RunUntilCount("wait", count + 1));
+    }
+
+    Json::Value LastResults() const { return server_.Seen("wait").back()["results"]; }
+    std::optional<std::chrono::milliseconds> UntilWait() const { return TimeUntil(loop_, "wait again"); }
+
+    /** Which timer the kernel keeps for the connection to the server that is open: 2 is TCP's keep-alive. */
+    int TimerOfConnection() const {
+        char server[16] = {};
+        std::snprintf(server, sizeof server, "0100007F:%04X", server_.Server()["port"].asUInt());
+        std::ifstream table("/proc/net/tcp");
+        for (std::string line; std::getline(table, line);) {
+            std::istringstream fields(line);
+            std::string skip;
+            std::string remote;
+            std::string state;
+            std::string queues;
+            std::string timer;
+            fields >> skip >> skip >> remote >> state >> queues >> timer;
+            if (remote == server && state == "01") {
+                return std::stoi(timer.substr(0, 2));
+            }
+        }
+        return -1;
+    }
+};
+
+}  // namespace
+
+TEST_F(WaitTest, CarriesCommandsOutAndTellsWhatBecameOfThem) {
+    Stand(kLongPlans);
+    onCommand_ = [](const ServerCommand& c) { return c.id == "b" ? RELAYD_RET_ERR_NOT_SUPPORT : RELAYD_RET_SUCCESS; };
+    Bring({"a", "b"});
+    EXPECT_THAT(carriedOut_, ElementsAre("a", "b"));
+    EXPECT_EQ(LastResults(), JsonOf(R"([{"id":"a","result":0},{"id":"b","result":9}])"));
+    Bring({});
+    EXPECT_FALSE(server_.Seen("wait").back().isMember("results")) << "told once";
+}
+
+TEST_F(WaitTest, CarriesACommandOutOnce) {
+    Stand(kLongPlans);
+    int results = 0;
+    onCommand_ = [&](const ServerCommand&) { return ++results == 1 ? RELAYD_RET_ERR_VIOLATION : RELAYD_RET_SUCCESS; };
+    Bring({"a"});
+    Bring({"a"});
+    EXPECT_THAT(carriedOut_, ElementsAre("a"));
+    EXPECT_EQ(LastResults(), JsonOf(R"([{"id":"a","result":30}])")) << "its first result";
+}
+
+TEST_F(WaitTest, CarriesACommandOutAgainInAnotherSession) {
+    Stand(kLongPlans);
+    Bring({"a"});
+    session_->RegisterNow();
+    ASSERT_TRUE(RunUntilCount("wait", 3));
+    Bring({"a"});
+    EXPECT_THAT(carriedOut_, ElementsAre("a", "a"));
+}
+
+TEST_F(WaitTest, CarriesOutSixteenCommandsOfAnAnswer) {
+    Stand(kLongPlans);
+    std::vector<std::string> ids;
+    for (int i = 1; i <= 17; ++i) {
+        ids.push_back(std::to_string(i));
+    }
+    Bring(ids);
+    ids.pop_back();
+    EXPECT_EQ(carriedOut_, ids);
+    EXPECT_THAT(LastResults(), SizeIs(16));
+}
+
+TEST_F(WaitTest, RemembersTheLast256Commands) {
+    Stand(kLongPlans);
+    for (int batch = 0; batch < 16; ++batch) {
+        std::vector<std::string> ids;
+        for (int i = 0; i < 16; ++i) {
+            ids.push_back(std::to_string(16 * batch + i));
+        }
+        Bring(ids);
+    }
+    ASSERT_THAT(carriedOut_, SizeIs(256));
+    Bring({"0"});
+    EXPECT_THAT(carriedOut_, SizeIs(256));
+    Bring({"new"});
+    Bring({"1"});
+    EXPECT_THAT(carriedOut_, SizeIs(257));
+    Bring({"0"});
+    EXPECT_THAT(carriedOut_, SizeIs(258)) << "the oldest made room";
+    EXPECT_EQ(session_->Describe()["commands"].asUInt(), 256U);
+}
+
+TEST_F(WaitTest, TellsALateResultAtOnce) {
+    Stand(kLongPlans);
+    onCommand_ = [](const auto&) { return std::nullopt; };
+    Bring({"a"});
+    EXPECT_TRUE(LastResults().isNull());
+    Bring({"a"});
+    EXPECT_THAT(carriedOut_, ElementsAre("a")) << "it is under way";
+    EXPECT_TRUE(LastResults().isNull());
+    const auto waits = server_.Count("wait");
+    session_->Finish("a", RELAYD_RET_ERR_SERVER_BUSY);
+    ASSERT_TRUE(RunUntilCount("wait", waits + 1));
+    EXPECT_EQ(LastResults(), JsonOf(R"([{"id":"a","result":10}])"));
+    EXPECT_THAT(engine_.Transfers(), SizeIs(1)) << "in place of the wait before";
+    session_->Finish("a", RELAYD_RET_SUCCESS);
+    Bring({});
+    EXPECT_TRUE(LastResults().isNull()) << "a second result is none";
+}
+
+TEST_F(WaitTest, TellsAResultThatIsThereWhileTheCommandIsCarriedOut) {
+    Stand(kLongPlans);
+    onCommand_ = [this](const ServerCommand& c) {
+        session_->Finish(c.id, RELAYD_RET_ERR_CONFIG);
+        return std::nullopt;
+    };
+    Bring({"a"});
+    EXPECT_EQ(LastResults(), JsonOf(R"([{"id":"a","result":3}])"));
+}
+
+TEST_F(WaitTest, TellsNoResultOfASessionThatIsOver) {
+    Stand(kLongPlans);
+    onCommand_ = [](const auto&) { return std::nullopt; };
+    Bring({"a"});
+    session_->RegisterNow();
+    ASSERT_TRUE(RunUntilCount("wait", 3));
+    session_->Finish("a", RELAYD_RET_SUCCESS);
+    Bring({});
+    EXPECT_TRUE(LastResults().isNull());
+}
+
+TEST_F(WaitTest, SurvivesACommandThatEndsTheSession) {
+    Stand(kLongPlans);
+    onCommand_ = [this](const ServerCommand&) {
+        session_->RegisterNow();
+        return RELAYD_RET_SUCCESS;
+    };
+    server_.Answer("wait", R"({"errno":0,"commands":[{"id":"a","command":"x"},{"id":"b","command":"x"}]})");
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_THAT(carriedOut_, ElementsAre("a")) << "the other belongs to a session that is over";
+    EXPECT_EQ(server_.Seen("wait").back()["channel"], "c2");
+    EXPECT_TRUE(LastResults().isNull());
+}
+
+TEST_F(WaitTest, TellsAResultAgainThatMayNotHaveArrived) {
+    Stand(kShortPlans);
+    Bring({"a"});
+    server_.Answer("wait", "busy", 503);
+    ASSERT_TRUE(RunUntilCount("wait", 3));
+    EXPECT_EQ(LastResults(), JsonOf(R"([{"id":"a","result":0}])"));
+    Bring({});
+    EXPECT_TRUE(LastResults().isNull());
+}
+
+TEST_F(WaitTest, AsksTheControlServerWhereAWaitIsNotAnswered) {
+    Stand(kLongPlans);
+    server_.Answer("wait", "busy", 503);
+    ASSERT_TRUE(RunUntilCount("keep_alive", 1));
+    ASSERT_TRUE(RunUntil([&] { return UntilNext() > 50s; }));
+    EXPECT_EQ(session_->State(), RELAYD_STATE_LOGIN) << "the control server knows the session";
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_SERVER_BUSY);
+    ASSERT_TRUE(UntilWait());
+    EXPECT_LE(*UntilWait(), 50s);
+    EXPECT_GT(*UntilWait(), 5s);
+    session_->TryNow();
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_SERVER_BUSY) << "until the wait has held for a while";
+    LetPass(100s);
+    ASSERT_TRUE(RunUntil([&] { return session_->Error() == RELAYD_RET_SUCCESS; }));
+}
+
+TEST_F(WaitTest, IsInDoubtWhereNeitherServerAnswers) {
+    Stand(kLongPlans);
+    server_.Answer("keep_alive", "busy", 503);
+    server_.Answer("wait", "garbage");
+    ASSERT_TRUE(RunUntilFailures(2));
+    EXPECT_EQ(session_->State(), RELAYD_STATE_STARTING);
+    EXPECT_FALSE(UntilWait()) << "the sign of life comes first";
+}
+
+TEST_F(WaitTest, EndsTheSessionWhereTheServerKnowsItNoMore) {
+    Stand(kLongPlans);
+    server_.Answer("wait", R"({"errno":6})");
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_EQ(server_.Count("register"), 2U);
+    EXPECT_EQ(server_.Count("keep_alive"), 0U);
+    EXPECT_EQ(server_.Seen("wait").back()["channel"], "c2");
+}
+
+TEST_F(WaitTest, EndsTheSessionWhereTheDeviceIsRefused) {
+    for (const int number : {2, 10, 15, 30}) {
+        Stand(kLongPlans);
+        server_.Answer("wait", R"({"errno":)" + std::to_string(number) + "}");
+        ASSERT_TRUE(RunUntil([&] { return session_->State() == RELAYD_STATE_NONE; })) << number;
+        EXPECT_TRUE(engine_.Transfers().empty()) << number;
+        session_.reset();
+    }
+}
+
+TEST_F(WaitTest, AsksAgainLaterWhereTheWaitAloneIsRefused) {
+    Stand(kLongPlans);
+    server_.Answer("wait", R"({"errno":11})");
+    ASSERT_TRUE(RunUntil([&] { return UntilWait().has_value(); }));
+    EXPECT_GT(*UntilWait(), 11min);
+    EXPECT_EQ(session_->State(), RELAYD_STATE_LOGIN);
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_SERVER_LIMIT);
+    EXPECT_EQ(server_.Count("keep_alive"), 0U) << "a server has answered";
+    EXPECT_EQ(server_.Count("register"), 1U);
+}
+
+TEST_F(WaitTest, IsNotHurriedByAServerThatHasNothingToSay) {
+    server_.AlwaysAnswer("wait", R"({"errno":0,"commands":[]})");
+    Begin(kLongPlans);
+    ASSERT_TRUE(RunUntil([&] { return UntilWait().has_value(); }));
+    EXPECT_EQ(server_.Count("wait"), 4U);
+    EXPECT_GT(*UntilWait(), 5s);
+    EXPECT_EQ(session_->State(), RELAYD_STATE_LOGIN);
+    EXPECT_EQ(session_->Error(), RELAYD_RET_SUCCESS);
+    std::string why;
+    EXPECT_TRUE(session_->IsHealthy(why)) << why;
+}
+
+TEST_F(WaitTest, WaitsAsLongAsItTakes) {
+    Stand(kLongPlans);
+    LetPass(3500s);  // a request of another kind has 60 s
+    EXPECT_FALSE(RunUntil([&, looks = 0]() mutable { return ++looks == 50 || !errors_.Describe().empty(); }) &&
+                 !errors_.Describe().empty());
+    EXPECT_EQ(server_.Count("wait"), 1U);
+    std::string why;
+    EXPECT_TRUE(engine_.IsHealthy(why)) << why;
+}
+
+TEST_F(WaitTest, ProbesTheConnectionMeanwhile) {
+    Stand(kLongPlans);
+    EXPECT_EQ(TimerOfConnection(), 2);
+}
