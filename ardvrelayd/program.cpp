@@ -86,11 +86,8 @@ int RunDaemon(const Options& options) {
         return Complain("the configuration " + options.configFile + " cannot be used; --check-config tells why",
                         kExitConfig);
     }
-<<<<<<< HEAD
     RemoveAbandonedPidFile();
-=======
     HoldSignals();
->>>>>>> 6d8660cccdcae3084bd0be59821d9a1a91a10765
     if (!Daemon::Init(!options.foreground)) {
         // From the background nobody hears this: the child has told its starter what to end with.
         return !options.foreground || daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;

@@ -6,11 +6,8 @@ ardv_add_test(ardv_daemon_integration_tests
   integration/daemon_network_test.cpp
   integration/daemon_outage_test.cpp
   integration/daemon_session_test.cpp
-<<<<<<< HEAD
   integration/daemon_stop_test.cpp
-=======
   integration/daemon_start_test.cpp
->>>>>>> 6d8660cccdcae3084bd0be59821d9a1a91a10765
   support/control_server_process.cpp
   support/daemon_process.cpp
   support/server_process.cpp
