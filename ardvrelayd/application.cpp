@@ -74,7 +74,9 @@ void Application::Reload() {
     manager_.Reloading();
     const auto before = device_.Registered();
     const auto network = device_.Network();
-    Request::CleanDnsCache();  // what names stand for may be what the user has changed
+    if (!session_.IsStanding()) {
+        Request::CleanDnsCache();  // what names stand for may be what the user has changed
+    }
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
         manager_.Ready();
@@ -104,7 +106,11 @@ void Application::UpdateAlias() {
 
 void Application::OnNetworkChange() {
     Request::CleanDnsCache();  // names may stand for something else in another network
-    if (!device_.RefreshNetwork()) {
+    const bool isOther = device_.RefreshNetwork();
+    if (session_.IsHoldingOff()) {
+        return;  // a device that starts sees its network come up, as all of its town do after a power cut
+    }
+    if (!isOther) {
         session_.TryNow();
         return;
     }
@@ -115,6 +121,9 @@ void Application::OnNetworkChange() {
 
 void Application::OnClockSet() {
     DAEMON_LOG(LOG_NOTICE, "the clock was set");
+    if (session_.IsHoldingOff()) {
+        return;
+    }
     session_.TryNow();
     alias_.OnClockSet();
 }
