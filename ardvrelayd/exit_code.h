@@ -3,14 +3,31 @@
 
 namespace ardv::daemon {
 
-/** How the program ends. Those below 64 are results of the daemon, where it has one. */
+/** How the program ends. Those below 64, and the last, are results of the daemon, where it has one. */
 enum ExitCode : int {
-    kExitSuccess = 0,       ///< ended in order; in the background: started
-    kExitFailed = 1,        ///< could not start: one runs already, or the system refused
-    kExitConfig = 3,        ///< the configuration cannot be used
-    kExitPidFile = 4,       ///< the process id file could not be made
-    kExitNotSupported = 9,  ///< this version does not do that
-    kExitUsage = 64,        ///< wrong use
+    kExitSuccess = 0,
+    kExitFailed = 1,
+    kExitConfig = 3,
+    kExitPidFile = 4,
+    kExitNotSupported = 9,
+    kExitUsage = 64,
+    kExitNoAnswer = 255,
+};
+
+struct ExitCodeRow {
+    ExitCode code;
+    const char* meaning;
+};
+
+/** What each says to who called the program. */
+inline constexpr ExitCodeRow kExitCodes[] = {
+    {kExitSuccess, "ended in order; in the background: started"},
+    {kExitFailed, "not started: one runs already, or the system refused"},
+    {kExitConfig, "the configuration cannot be used"},
+    {kExitPidFile, "the pid file could not be made"},
+    {kExitNotSupported, "this version does not do that"},
+    {kExitUsage, "wrong use"},
+    {kExitNoAnswer, "nothing was heard from the background within 20 seconds"},
 };
 
 }  // namespace ardv::daemon

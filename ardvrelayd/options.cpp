@@ -10,6 +10,8 @@
 #include <optional>
 #include <vector>
 
+#include "exit_code.h"
+
 namespace ardv::daemon {
 
 using std::chrono::milliseconds;
@@ -53,7 +55,7 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"foreground", 'f', nullptr, "stay in the foreground, with the log on standard error",
+    {"foreground", 'f', nullptr, "stay in the foreground, log to standard error",
      [](Options& o, const std::string&) { return o.foreground = true; }},
     {"config", 'c', "FILE", "the main configuration file",
      [](Options& o, const std::string& text) { return SetPath(o.configFile, text); }},
@@ -168,6 +170,7 @@ Options ReadOptions(int argc, char** argv) {
 
 std::string HelpText() {
     constexpr std::size_t kColumn = 28;
+    constexpr std::size_t kCodeColumn = 5;
     std::string text =
         "Usage: ardvrelayd [OPTION]...\nKeeps this device reachable by its alias, from the background.\n\n";
     for (const auto& row : kOptions) {
@@ -175,6 +178,11 @@ std::string HelpText() {
         line += NameOf(row) + (row.value ? std::string(" ") + row.value : "");
         line.resize(std::max(line.size() + 1, kColumn), ' ');
         text += line + row.help + "\n";
+    }
+    text += "\nExit codes:\n";
+    for (const auto& [code, meaning] : kExitCodes) {
+        const auto number = std::to_string(code);
+        text += std::string(kCodeColumn - number.size(), ' ') + number + "  " + meaning + "\n";
     }
     return text;
 }

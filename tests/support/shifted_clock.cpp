@@ -25,7 +25,7 @@ void LetPass(std::chrono::seconds time) {
 // NOLINTNEXTLINE(readability-identifier-naming): the system's own names
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock_id, timespec* tp) noexcept {
     const int result = static_cast<int>(syscall(SYS_clock_gettime, clock_id, tp));
-    if (result == 0 && clock_id == CLOCK_MONOTONIC) {
+    if (result == 0 && (clock_id == CLOCK_MONOTONIC || clock_id == CLOCK_MONOTONIC_COARSE)) {
         tp->tv_sec += shift;
     }
     return result;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device.h"
 
+#include <syslog.h>
+
 #include <filesystem>
 #include <string>
 
@@ -70,6 +72,19 @@ TEST_F(DaemonDeviceTest, StaysAsItIsWhereTheFilesSettingsAreNotValid) {
     const auto messages = MessagesAt(LOG_ERR, [&] { EXPECT_FALSE(device.Reload()); });
     EXPECT_THAT(messages, Contains("device.cpp the configuration " + kFile + " is not valid and is not taken over"));
     EXPECT_EQ(device.Configuration().GetServerId(), "box-1");
+}
+
+TEST_F(DaemonDeviceTest, StaysAsItIsWithoutAnUsableFile) {
+    auto device = Load(R"({"serverID":"box-1","tethra":{"enabled":true}})");
+    const CapturedLog quiet(0);
+    for (const char* text : {"{\"tethra\":", "", "[]", "null"}) {
+        WriteText(kFile, text);
+        EXPECT_FALSE(device.Reload()) << text;
+    }
+    fs::remove(kFile);
+    EXPECT_FALSE(device.Reload()) << "no file is no wish to switch everything off";
+    EXPECT_EQ(device.Configuration().GetServerId(), "box-1");
+    EXPECT_TRUE(device.IsWanted());
 }
 
 TEST_F(DaemonDeviceTest, PutsTheLogSettingsIntoForce) {

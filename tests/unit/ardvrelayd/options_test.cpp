@@ -35,7 +35,7 @@ std::string ProblemOf(const std::vector<std::string>& words) {
     return options.mode == Mode::kUsageError ? options.problem : "";
 }
 
-ProgramResult Run(std::vector<std::string> words) {
+ProgramResult RunDaemon(std::vector<std::string> words) {
     words.insert(words.begin(), ARDV_DAEMON);
     return ardv::test::RunProgram(words);
 }
@@ -156,24 +156,24 @@ TEST(Help, NamesEachOptionWithItsDefaultAndFitsATerminal) {
 }
 
 TEST(Program, PrintsHelpAndVersion) {
-    const auto help = Run({"--help"});
+    const auto help = RunDaemon({"--help"});
     EXPECT_EQ(help.exitCode, kExitSuccess);
     EXPECT_EQ(help.out, HelpText());
     EXPECT_EQ(help.err, "");
-    const auto version = Run({"-V"});
+    const auto version = RunDaemon({"-V"});
     EXPECT_EQ(version.exitCode, kExitSuccess);
     EXPECT_THAT(version.out, MatchesRegex("ardvrelayd [0-9.]+\n"));
 }
 
 TEST(Program, EndsWithItsOwnCodeForWrongUse) {
-    const auto wrong = Run({"--nonsense"});
+    const auto wrong = RunDaemon({"--nonsense"});
     EXPECT_EQ(wrong.exitCode, kExitUsage);
     EXPECT_EQ(wrong.out, "");
     EXPECT_EQ(wrong.err, "ardvrelayd: there is no option --nonsense; --help tells more\n");
 }
 
 TEST(Program, SaysThatItKeepsNoCertificateYet) {
-    const auto worker = Run({"-L"});
+    const auto worker = RunDaemon({"-L"});
     EXPECT_EQ(worker.exitCode, kExitNotSupported);
     EXPECT_THAT(worker.err, StartsWith("ardvrelayd: "));
 }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "status_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <ctime>
