@@ -2,10 +2,12 @@
 #include "program.h"
 
 #include <libdaemon/dpid.h>
+#include <libdaemon/dsignal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <iterator>
@@ -15,6 +17,7 @@
 
 #include "application.h"
 #include "check_config.h"
+#include "descriptor.h"
 #include "exit_code.h"
 
 namespace ardv::daemon {
@@ -52,7 +55,25 @@ int Complain(const std::string& problem, ExitCode code) {
     return code;
 }
 
+// The daemon is known, by its pid file and to who started it, before it can take signals: those that come earlier wait. A signal is
+// unblocked before its handler is set, so that one must be there already when the handlers are set for good.
+void HoldSignals() {
+    Daemon::InitSignalHandler();
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+}
+
+void TakeSignals() {
+    daemon_signal_done();  // a pipe shared with the starter
+    Daemon::InitSignalHandler();
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 int RunDaemon(const Options& options) {
+    FillStandardDescriptors();
     close_range(kFirstInherited, ~0U, 0);  // whatever the caller left open is not the daemon's
     umask(kDaemonMask);
     Daemon::SetName(kName);
@@ -66,14 +87,16 @@ int RunDaemon(const Options& options) {
                         kExitConfig);
     }
     RemoveAbandonedPidFile();
+    HoldSignals();
     if (!Daemon::Init(!options.foreground)) {
-        return daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;
+        // From the background nobody hears this: the child has told its starter what to end with.
+        return !options.foreground || daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;
     }
     const PidFile pidFile;
     if (!options.foreground) {
         ApplyLogSettings(configuration);  // now that there is no terminal: opens the usual log where none is named
     }
-    Daemon::InitSignalHandler();
+    TakeSignals();
     Application(options, configuration).Run();
     return kExitSuccess;
 }
