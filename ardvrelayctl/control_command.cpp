@@ -94,6 +94,9 @@ ExitCode UpdateAlias(const Session& session) {
                                                 ", which its status file names, is another program");
     }
     RequireRights(snapshot.pid);
+    if (snapshot.alias.empty() && snapshot.configFault.empty()) {
+        throw CommandError(kExitNothing, "there is no alias to map: 'ardvrelayctl config set server_alias.alias NAME'");
+    }
     if (const int result = Daemon::UpdateAlias(); result != 0) {
         throw NotSignalled(result);
     }

@@ -64,15 +64,18 @@ Diagnosis CheckSwitch(const Facts& facts) {
 }
 
 Diagnosis CheckProtocol(const Facts& facts) {
-    if (facts.settings["server_control"]["protocol"].asString() == "http") {
-        return {
-            "protocol", Health::kWarning,
-            "the control server is spoken to by plain HTTP: the device's token goes over the net in clear text",
-            "'ardvrelayctl config set server_control.protocol https' and server_control.port 443, if the service has "
-            "it"};
+    constexpr const char* kServers[] = {"server_control", "server_waitcmd"};
+    for (const char* server : kServers) {
+        if (facts.settings[server]["protocol"].asString() == "http") {
+            return {"protocol", Health::kWarning,
+                    std::string("a control server (") + server +
+                        ") is spoken to by plain HTTP: the device's token or its session go over the net in clear text",
+                    std::string("'ardvrelayctl config set ") + server + ".protocol https', and " + server +
+                        ".port 443, if the service has it"};
+        }
     }
     const bool isKnown = facts.settings["server_control"].isMember("protocol");
-    return {"protocol", Health::kOk, isKnown ? "the control server is spoken to by HTTPS" : "not known", ""};
+    return {"protocol", Health::kOk, isKnown ? "the control servers are spoken to by HTTPS" : "not known", ""};
 }
 
 Diagnosis CheckProcess(const Facts& facts) {
@@ -91,12 +94,23 @@ Diagnosis CheckProcess(const Facts& facts) {
             facts.IsWanted() ? "'systemctl start ardvrelayd' starts it" : ""};
 }
 
+/** The state of a daemon of which the status file knows nothing good. */
+Diagnosis CheckFault(const DaemonFault& fault) {
+    if (fault.exitCode != kExitNotRunning) {
+        return {"state", Health::kProblem, fault.text, "start the daemon again: it writes a new one"};
+    }
+    const auto pid = ReadPidFile();
+    if (pid && IsDaemon(*pid)) {
+        return {"state", Health::kProblem, "the daemon runs, and publishes nothing: there is no status file of it",
+                "see its log, and 'ardvrelayctl report'"};
+    }
+    return {"state", Health::kOk, fault.text, ""};  // which another check judges
+}
+
 Diagnosis CheckState(const Facts& facts) {
     const auto& snapshot = facts.snapshot;
     if (const auto fault = FaultOf(snapshot)) {
-        const bool isBad = fault->exitCode != kExitNotRunning;
-        return {"state", isBad || facts.IsWanted() ? Health::kProblem : Health::kOk, fault->text,
-                isBad ? "start the daemon again: it writes a new one" : ""};
+        return CheckFault(*fault);
     }
     const std::string meaning = GetStateStr(snapshot.state) + ": " + MeaningOf(snapshot.state);
     if (IsLoggedIn(snapshot.state)) {

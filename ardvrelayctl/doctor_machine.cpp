@@ -49,7 +49,9 @@ std::vector<std::string> Hosts(const Json::Value& settings) {
     for (const char* server : kServers) {
         add(settings[server]["host"].asString());
     }
-    add(HostOf(settings["server_alias"]["url"].asString()));
+    if (!settings["server_alias"]["alias"].asString().empty()) {
+        add(HostOf(settings["server_alias"]["url"].asString()));
+    }
     return hosts;
 }
 

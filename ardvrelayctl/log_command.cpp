@@ -32,17 +32,20 @@ void CheckConfigurationFile(const Session& session) {
     CheckFolder(ConfigurationFile(kDefaultConfigFile));
 }
 
+// A daemon that starts without a log file keeps none; a running one goes on in its default.
 ExitCode Report(const Session& session) {
     const Json::Value settings = AsSaved(LoadConfiguration(kDefaultConfigFile));
-    const auto file = LogFileOf(session);
     const auto pid = ReadPidFile();
     const bool isRunning = pid && IsDaemon(*pid);
+    const auto file = isRunning ? LogFileOf(session) : settings["log_file"].asString();
     if (session.json) {
         Json::Value report(Json::objectValue);
         report["file"] = file;
         report["level"] = settings["log_level"];
         report["running"] = isRunning;
         PrintJson(report);
+    } else if (file.empty()) {
+        std::cout << "the daemon does not run, and keeps no log once it does\n";
     } else {
         std::cout << "the log goes to " << Printable(file) << ", up to level " << settings["log_level"].asInt()
                   << (isRunning ? "\n" : ", once the daemon runs\n");

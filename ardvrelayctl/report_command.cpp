@@ -97,7 +97,9 @@ void PrintFindings(const std::vector<DaemonFinding>& findings, const std::vector
 Json::Value AsJson(const std::vector<DaemonFinding>& findings, const std::vector<std::string>& log) {
     Json::Value report(Json::objectValue);
     for (const auto& finding : findings) {
-        report["findings"][finding.what] = finding.text;
+        std::string key = finding.what;
+        std::replace(key.begin(), key.end(), ' ', '_');
+        report["findings"][key] = finding.text;
     }
     report["log"] = Json::Value(Json::arrayValue);
     for (const auto& line : log) {

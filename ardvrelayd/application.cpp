@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+#include <relay/request/request.h>
+
 #include "json_member.h"
 #include "log.h"
 #include "report.h"
@@ -72,6 +74,9 @@ void Application::Reload() {
     manager_.Reloading();
     const auto before = device_.Registered();
     const auto network = device_.Network();
+    if (!session_.IsStanding()) {
+        Request::CleanDnsCache();  // what names stand for may be what the user has changed
+    }
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
         manager_.Ready();
@@ -100,7 +105,12 @@ void Application::UpdateAlias() {
 }
 
 void Application::OnNetworkChange() {
-    if (!device_.RefreshNetwork()) {
+    Request::CleanDnsCache();  // names may stand for something else in another network
+    const bool isOther = device_.RefreshNetwork();
+    if (session_.IsHoldingOff()) {
+        return;  // a device that starts sees its network come up, as all of its town do after a power cut
+    }
+    if (!isOther) {
         session_.TryNow();
         return;
     }
@@ -111,6 +121,9 @@ void Application::OnNetworkChange() {
 
 void Application::OnClockSet() {
     DAEMON_LOG(LOG_NOTICE, "the clock was set");
+    if (session_.IsHoldingOff()) {
+        return;
+    }
     session_.TryNow();
     alias_.OnClockSet();
 }

@@ -41,11 +41,13 @@ void ControlSession::Start(milliseconds delay) {
     }
     error_ = RELAYD_RET_SUCCESS;
     backOff_.Reset();
+    isHoldingOff_ = delay > milliseconds(0);
     next_.Start(delay);
     Enter(Phase::kRetrying);
 }
 
 void ControlSession::Stop() {
+    isHoldingOff_ = false;
     exchange_.reset();
     next_.Stop();
     ForgetSession();
@@ -95,6 +97,7 @@ void ControlSession::Send(const ServerConf& server, const Json::Value& message, 
 
 void ControlSession::RegisterAt(bool isGlobal) {
     ForgetSession();
+    isHoldingOff_ = false;
     isAtGlobalServer_ = isGlobal;
     Enter(Phase::kRegistering);
     Send(Server(), RegisterMessage(device_.Configuration(), device_.Network()), "register",

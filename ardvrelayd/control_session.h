@@ -66,6 +66,9 @@ public:
     /** The last failure, as long as it is not over. */
     ARDV::Relay::RELAYD_RET Error() const { return error_; }
     bool IsOff() const { return phase_ == Phase::kOff; }
+
+    /** Whether the first registration is still to come, at a time drawn so that devices that start together don't come together. */
+    bool IsHoldingOff() const { return isHoldingOff_; }
     bool IsStanding() const { return phase_ == Phase::kStanding; }
 
     /** Whether something is under way or due that leads on. */
@@ -128,6 +131,7 @@ private:
     ARDV::Relay::RELAYD_RET error_ = ARDV::Relay::RELAYD_RET_SUCCESS;
     Credentials credentials_;
     bool isReachable_ = false;
+    bool isHoldingOff_ = false;
     bool isAtGlobalServer_ = false;  // the session, or the try at one
     int moves_ = 0;
     std::chrono::seconds keepAlive_{};

@@ -102,7 +102,7 @@ private:
     };
 
     static int OnSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* unused);
-    static int OnTimer(CURLM* multi, long milliseconds, void* self);
+    static int OnTimer(CURLM* multi, long delay, void* self);
     void WatchSocket(curl_socket_t socket, int what);
     void Act(curl_socket_t socket, int events);
     Job Find(const CURL* handle) const;

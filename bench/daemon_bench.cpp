@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <getopt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <string>
 
 #include "daemon_measures.h"
@@ -15,15 +17,57 @@ namespace {
 
 using namespace ardv::bench;
 
-constexpr int kStatusRoundsPerRound = 5;
+constexpr long kMaxNumber = 1'000'000;
+constexpr int kStatusRoundsPerRound = 5;  // a run of a program is short
 
 struct Options {
-    std::chrono::seconds idle{60};
-    int rounds = 11;
+    long idle = 60;    // seconds
+    long rounds = 11;  // of the starts
     std::string only;  // one measurement; empty for all
 };
 
-constexpr const char kUsage[] = "usage: ardv_daemon_bench [--idle SECONDS] [--rounds N] [--only idle|start|status]\n";
+struct Measurement {
+    const char* name;
+    void (*run)(ServiceSide& side, const Options& options, Verdicts& verdicts);
+};
+
+constexpr Measurement kMeasurements[] = {
+    {"start", [](ServiceSide& side, const Options& options,
+                 Verdicts& verdicts) { MeasureStart(side, static_cast<int>(options.rounds), verdicts); }},
+    {"status",
+     [](ServiceSide& side, const Options& options, Verdicts& verdicts) {
+         MeasureStatus(side, static_cast<int>(options.rounds) * kStatusRoundsPerRound, verdicts);
+     }},
+    {"idle", [](ServiceSide& side, const Options& options,
+                Verdicts& verdicts) { MeasureIdle(side, std::chrono::seconds(options.idle), verdicts); }},
+};
+
+constexpr char kUsage[] = "usage: ardv_daemon_bench [--idle SECONDS] [--rounds N] [--only start|status|idle]\n";
+
+bool ReadNumber(const char* text, long& number) {
+    char* end = nullptr;
+    number = std::strtol(text, &end, 10);
+    return *end == '\0' && number > 0 && number < kMaxNumber;
+}
+
+bool IsMeasurement(const std::string& name) {
+    return std::any_of(std::begin(kMeasurements), std::end(kMeasurements),
+                       [&](const Measurement& m) { return m.name == name; });
+}
+
+bool ReadOption(int letter, const char* value, Options& options) {
+    switch (letter) {
+        case 'i':
+            return ReadNumber(value, options.idle);
+        case 'r':
+            return ReadNumber(value, options.rounds);
+        case 'o':
+            options.only = value;
+            return IsMeasurement(value);
+        default:
+            return false;
+    }
+}
 
 bool ReadOptions(int argc, char** argv, Options& options) {
     const option list[] = {{"idle", required_argument, nullptr, 'i'},
@@ -31,17 +75,11 @@ bool ReadOptions(int argc, char** argv, Options& options) {
                            {"only", required_argument, nullptr, 'o'},
                            {}};
     for (int letter = 0; (letter = getopt_long(argc, argv, "", list, nullptr)) != -1;) {
-        if (letter == 'i') {
-            options.idle = std::chrono::seconds(std::atoi(optarg));
-        } else if (letter == 'r') {
-            options.rounds = std::atoi(optarg);
-        } else if (letter == 'o') {
-            options.only = optarg;
-        } else {
+        if (!ReadOption(letter, optarg, options)) {
             return false;
         }
     }
-    return optind == argc && options.idle.count() > 0 && options.rounds > 0;
+    return optind == argc;
 }
 
 void PrintLoad(const char* when) {
@@ -51,18 +89,13 @@ void PrintLoad(const char* when) {
 }
 
 bool Measure(const Options& options) {
-    const auto isWanted = [&](const char* name) { return options.only.empty() || options.only == name; };
     ServiceSide side;
     Verdicts verdicts;
     PrintLoad("at the beginning");
-    if (isWanted("start")) {
-        MeasureStart(side, options.rounds, verdicts);
-    }
-    if (isWanted("status")) {
-        MeasureStatus(side, options.rounds * kStatusRoundsPerRound, verdicts);
-    }
-    if (isWanted("idle")) {
-        MeasureIdle(side, options.idle, verdicts);
+    for (const auto& measurement : kMeasurements) {
+        if (options.only.empty() || options.only == measurement.name) {
+            measurement.run(side, options, verdicts);
+        }
     }
     verdicts.Print();
     PrintLoad("at the end");

@@ -57,9 +57,10 @@ void BecomeDevice() {
     WriteFile("/etc.defaults/ardvinfo.conf", "upnpmodelname=\"AV-220\"\n");
 }
 
-void MakeTrustedCertificate(const std::string& folder) {
-    RunToEnd({ARDV_MAKE_CERTIFICATES, folder, "localhost"});
+void MakeTrustedNames(const std::string& folder) {
+    RunToEnd({ARDV_MAKE_CERTIFICATES, folder, "localhost", kHost});
     std::ofstream(kTrusted, std::ios::app) << std::ifstream(folder + "/ca.pem").rdbuf();
+    std::ofstream("/etc/hosts", std::ios::app) << "127.0.0.1 " << kHost << '\n';
 }
 
 }  // namespace ardv::bench

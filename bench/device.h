@@ -14,6 +14,9 @@ constexpr const char kWebSettings[] = "/etc/ardv/web.conf";
 constexpr const char kDeviceSettings[] = "/etc/ardvinfo.conf";
 constexpr const char kPhotoSettings[] = "/var/packages/Pictara/etc/settings.conf";
 
+/** The servers' name, which is looked up as that of a server elsewhere is; libcurl answers "localhost" by itself. */
+constexpr const char kHost[] = "alias.tethra.example";
+
 /** Writes a file, and makes its folder where there is none. */
 void WriteFile(const std::string& path, const std::string& text);
 
@@ -24,10 +27,11 @@ Json::Value OfferEveryService();
 void BecomeDevice();
 
 /**
- * Makes an authority in `folder`, trusted beside the usual ones, and certificates by it for localhost: valid.pem, valid.key.
+ * Makes an authority in `folder`, trusted beside the usual ones, and certificates by it: valid.pem, valid.key. They
+ * are for localhost and for kHost, which becomes a name of this machine.
  *
  * @throws std::runtime_error when they can't be made
  */
-void MakeTrustedCertificate(const std::string& folder);
+void MakeTrustedNames(const std::string& folder);
 
 }  // namespace ardv::bench

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "daemon_measures.h"
@@ -20,7 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto kSettled = std::chrono::seconds(3);
+constexpr auto kSettled = std::chrono::seconds(25);  // a connection's time limit ends after 20
+constexpr auto kAfterReport = std::chrono::seconds(1);
 
 // Wherever the daemon writes; the servers and inadyn have folders of their own.
 constexpr const char* kWrittenFolders[] = {"/usr/ardv", "/etc/ardv", "/run", "/var/log"};
@@ -65,8 +67,10 @@ std::int64_t WakeUps() {
     std::istringstream text(OutputOf({ARDV_TOOL, "report", "--json"}));
     Json::Value report;
     text >> report;
-    const auto* own = report.find("wake_ups", "wake_ups" + 8);
-    return (own ? *own : report["report"]["wake_ups"]).asInt64();
+    if (!report["wake_ups"].isIntegral()) {
+        throw std::runtime_error("the daemon's report does not tell its wake-ups");
+    }
+    return report["wake_ups"].asInt64();
 }
 
 struct Idler {
@@ -142,7 +146,10 @@ void MeasureIdle(ServiceSide& side, std::chrono::seconds window, Verdicts& verdi
     const auto first = WakeUps();
     const auto second = WakeUps();
     const auto ofOneReport = second - first;
-    daemon.AwaitQuiet(kSettled);
+    if (ofOneReport < 1) {
+        throw std::runtime_error("the daemon does not count its wake-ups");
+    }
+    daemon.AwaitQuiet(kAfterReport);
     Watch(idlers, window, verdicts);
     verdicts.Judge("idle: wake-ups", static_cast<double>(WakeUps() - second - ofOneReport));
     PrintTable(idlers, window);

@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
         std::cerr << "not run: this machine grants no private root (" << why << ")\n";
         return 1;
     }
-    MakeTrustedCertificate("/tmp/certificates");
+    MakeTrustedNames("/tmp/certificates");
     const AnsweringServer http("", "");
     const AnsweringServer https("/tmp/certificates/valid.pem", "/tmp/certificates/valid.key");
     gHttpUrl = http.Url() + "/alias_update.php";

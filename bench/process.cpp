@@ -20,13 +20,16 @@ namespace ardv::bench {
 
 namespace {
 
-constexpr auto kPatience = std::chrono::minutes(1);
+constexpr auto kPatience = std::chrono::minutes(3);
+constexpr auto kPatienceAtTheEnd = std::chrono::seconds(10);
 constexpr auto kGlance = std::chrono::milliseconds(2);
+constexpr int kGlancesPerQuiet = 20;
 constexpr int kTracedCall = SIGTRAP | 0x80;  // PTRACE_O_TRACESYSGOOD
 constexpr int kCallsOfBecome = 3;            // before it starts the program
 
 std::vector<char*> Arguments(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const auto& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
@@ -96,7 +99,7 @@ Process::Process(const std::vector<std::string>& command, const std::string& out
 
 Process::~Process() {
     kill(pid_, SIGTERM);
-    const auto end = Clock::now() + kPatience;
+    const auto end = Clock::now() + kPatienceAtTheEnd;
     while (waitpid(pid_, nullptr, WNOHANG) == 0) {
         if (Clock::now() > end) {
             kill(pid_, SIGKILL);
@@ -115,18 +118,23 @@ nanoseconds Process::Cpu() const {
 }
 
 void Process::AwaitQuiet(std::chrono::milliseconds length) const {
-    const auto end = Clock::now() + kPatience;
-    for (auto before = ReadFigures(pid_).timeSlices;;) {
-        std::this_thread::sleep_for(length);
+    const auto begin = Clock::now();
+    auto changedAt = begin;
+    for (auto before = ReadFigures(pid_).timeSlices; Clock::now() - changedAt < length;) {
+        std::this_thread::sleep_for(length / kGlancesPerQuiet);
         const auto now = ReadFigures(pid_).timeSlices;
-        if (now == before) {
-            return;
+        if (now != before) {
+            before = now;
+            changedAt = Clock::now();
         }
-        if (Clock::now() > end) {
+        if (changedAt - begin > kPatience) {
             throw std::runtime_error("a process does not come to rest");
         }
-        before = now;
     }
+}
+
+double Milliseconds(nanoseconds time) {
+    return std::chrono::duration<double, std::milli>(time).count();
 }
 
 RunFigures RunToEnd(const std::vector<std::string>& command) {

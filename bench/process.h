@@ -12,6 +12,8 @@ namespace ardv::bench {
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
+double Milliseconds(nanoseconds time);
+
 /** A program that runs on: a server, a daemon. Ended in order with this object, and killed where the benchmark dies. */
 class Process {
 public:
@@ -35,7 +37,7 @@ public:
     /**
      * Waits until the process has not run at all for a while.
      *
-     * @throws std::runtime_error when it is not quiet within a minute
+     * @throws std::runtime_error when it is not quiet within three minutes
      */
     void AwaitQuiet(std::chrono::milliseconds length) const;
 

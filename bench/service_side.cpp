@@ -50,7 +50,7 @@ std::string MadeFolder(const std::string& folder) {
 }
 
 Json::Value Prepared() {
-    MakeTrustedCertificate("/tmp/certificates");
+    MakeTrustedNames("/tmp/certificates");
     BecomeDevice();
     RunToEnd({"/usr/sbin/ip", "tuntap", "add", kInterface, "mode", "tap"});
     RunToEnd({"/usr/sbin/ip", "address", "add", "198.51.100.7/24", "dev", kInterface});
@@ -71,7 +71,7 @@ ControlServer::ControlServer(const std::string& folder)
         std::this_thread::sleep_for(kGlance);
     }
     Json::Value value;
-    RelaydConf::ReadJsonFile(ports.c_str(), value);
+    RelaydConf::ReadJsonFile(ports, value);
     httpPort_ = value["http"].asInt();
     httpsPort_ = value["https"].asInt();
 }
@@ -83,17 +83,22 @@ void ServiceSide::WriteDaemonConfiguration(Scheme scheme, const std::string& ser
     Json::Value value;
     for (const char* server : {"server_global", "server_control", "server_waitcmd"}) {
         value[server]["protocol"] = NameOf(scheme);
-        value[server]["host"] = "localhost";
+        value[server]["host"] = kHost;
         value[server]["port"] = control_.Port(scheme);
     }
     value["tethra"]["enabled"] = true;
     value["server_alias"]["alias"] = "attic";
-    value["server_alias"]["url"] = (scheme == Scheme::kHttp ? http_ : https_).Url();
+    value["server_alias"]["url"] =
+        NameOf(scheme) + std::string("://") + kHost + ":" + std::to_string(AliasPort(scheme));
     value["service"] = services_;
     if (!serverId.empty()) {
         value["serverID"] = serverId;
     }
     WriteFile(kMainFile, value.toStyledString());
+}
+
+int ServiceSide::AliasPort(Scheme scheme) const {
+    return (scheme == Scheme::kHttp ? http_ : https_).Port();
 }
 
 std::string ServiceSide::StoredServerId() {
@@ -108,19 +113,12 @@ std::vector<std::string> ServiceSide::DaemonCommand() {
 
 std::vector<std::string> ServiceSide::InadynCommand(Scheme scheme) const {
     const auto file = std::string("/etc/inadyn-") + NameOf(scheme) + ".conf";
-    const auto port = std::to_string((scheme == Scheme::kHttp ? http_ : https_).Port());
-    WriteFile(file, std::string("iface = ") + kInterface +
-                        "\nperiod = 300\n"
-                        "custom attic@localhost {\n"
-                        "    ssl = " +
-                        (scheme == Scheme::kHttp ? "false" : "true") +
-                        "\n"
-                        "    username = box\n    password = example\n    hostname = attic\n"
-                        "    ddns-server = localhost:" +
-                        port +
-                        "\n"
-                        "    ddns-path = \"/update?hostname=%h&myip=%i\"\n"
-                        "}\n");
+    std::string text = std::string("iface = ") + kInterface + "\nperiod = 300\ncustom attic@tethra {\n";
+    text += std::string("    ssl = ") + (scheme == Scheme::kHttp ? "false" : "true") + "\n";
+    text += "    username = box\n    password = example\n    hostname = attic\n";
+    text += std::string("    ddns-server = ") + kHost + ":" + std::to_string(AliasPort(scheme)) + "\n";
+    text += "    ddns-path = \"/update?hostname=%h&myip=%i\"\n}\n";
+    WriteFile(file, text);
     std::filesystem::remove_all(kInadynCache);
     std::filesystem::create_directories(kInadynCache);
     return {"/usr/sbin/inadyn", "--foreground", "--config", file, "--cache-dir", kInadynCache, "--no-pidfile"};

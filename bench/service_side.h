@@ -48,6 +48,8 @@ public:
     std::vector<std::string> InadynCommand(Scheme scheme) const;
 
 private:
+    int AliasPort(Scheme scheme) const;
+
     Json::Value services_;
     AnsweringServer http_;
     AnsweringServer https_;

@@ -12,7 +12,7 @@ namespace {
 constexpr auto kQuiet = std::chrono::milliseconds(100);
 constexpr const char kOutput[] = "/tmp/started.log";
 
-enum class Contestant { kInadyn, kRestart, kFirstStart };
+enum class Contestant { kLoading, kInadyn, kRestart, kFirstStart };
 
 struct Race {
     const char* name;
@@ -21,10 +21,6 @@ struct Race {
     std::vector<nanoseconds> wall = {};
     std::vector<nanoseconds> cpu = {};
 };
-
-double Milliseconds(nanoseconds time) {
-    return std::chrono::duration<double, std::milli>(time).count();
-}
 
 std::vector<std::string> Prepare(ServiceSide& side, const Race& race, const std::string& serverId) {
     if (race.contestant == Contestant::kInadyn) {
@@ -35,6 +31,12 @@ std::vector<std::string> Prepare(ServiceSide& side, const Race& race, const std:
 }
 
 void Run(ServiceSide& side, Race& race, const std::string& serverId) {
+    if (race.contestant == Contestant::kLoading) {
+        const auto [wall, cpu] = RunToEnd({ARDV_BARE_TOOL});
+        race.wall.push_back(wall);
+        race.cpu.push_back(cpu);
+        return;
+    }
     const auto command = Prepare(side, race, serverId);
     auto& server = side.Alias(race.scheme);
     server.Forget();
@@ -48,7 +50,7 @@ void Run(ServiceSide& side, Race& race, const std::string& serverId) {
 std::string LearnServerId(ServiceSide& side) {
     Race first = {"", Scheme::kHttp, Contestant::kFirstStart};
     Run(side, first, "");
-    const auto serverId = ServiceSide::StoredServerId();
+    auto serverId = ServiceSide::StoredServerId();
     if (serverId.empty()) {
         throw std::runtime_error(std::string("the daemon has stored no identifier; see ") + kOutput);
     }
@@ -60,17 +62,19 @@ const Race& Find(const std::vector<Race>& races, Scheme scheme, Contestant conte
                          [&](const Race& r) { return r.scheme == scheme && r.contestant == contestant; });
 }
 
-double WallRatio(const std::vector<Race>& races, Scheme scheme) {
-    return Milliseconds(Median(Find(races, scheme, Contestant::kRestart).wall)) /
-           Milliseconds(Median(Find(races, scheme, Contestant::kInadyn).wall));
+void Judge(const std::vector<Race>& races, Scheme scheme, const std::string& name, Verdicts& verdicts) {
+    const auto cpu = [&](Contestant contestant) { return Milliseconds(Median(Find(races, scheme, contestant).cpu)); };
+    verdicts.Judge("start, " + name + ": CPU, times inadyn's", cpu(Contestant::kRestart) / cpu(Contestant::kInadyn));
+    verdicts.Judge("start, " + name + ": CPU of a first start, times a restart's",
+                   cpu(Contestant::kFirstStart) / cpu(Contestant::kRestart));
 }
 
 void PrintTable(const std::vector<Race>& races) {
-    std::printf("\nfrom the start to the update at the alias server, medians of %zu\n%-32s %10s %12s %10s\n",
+    std::printf("\nfrom the start to the update at the alias server, medians of %zu\n%-36s %10s %12s %10s\n",
                 races.front().wall.size(), "", "wall ms", "least..most", "CPU ms");
     for (const auto& race : races) {
         const auto [least, most] = std::minmax_element(race.wall.begin(), race.wall.end());
-        std::printf("%-32s %10.1f %5.1f..%5.1f %10.1f\n", race.name, Milliseconds(Median(race.wall)),
+        std::printf("%-36s %10.1f %5.1f..%5.1f %10.1f\n", race.name, Milliseconds(Median(race.wall)),
                     Milliseconds(*least), Milliseconds(*most), Milliseconds(Median(race.cpu)));
     }
 }
@@ -79,6 +83,7 @@ void PrintTable(const std::vector<Race>& races) {
 
 void MeasureStart(ServiceSide& side, int rounds, Verdicts& verdicts) {
     std::vector<Race> races = {
+        {"floor: loads the library, no more", Scheme::kHttp, Contestant::kLoading},
         {"HTTP   inadyn", Scheme::kHttp, Contestant::kInadyn},
         {"HTTP   ardvrelayd, restart", Scheme::kHttp, Contestant::kRestart},
         {"HTTP   ardvrelayd, first start", Scheme::kHttp, Contestant::kFirstStart},
@@ -97,8 +102,11 @@ void MeasureStart(ServiceSide& side, int rounds, Verdicts& verdicts) {
         return std::pair(one.scheme, one.contestant) < std::pair(other.scheme, other.contestant);
     });
     PrintTable(races);
-    verdicts.Judge("start, HTTP: wall, times inadyn's", WallRatio(races, Scheme::kHttp));
-    verdicts.Judge("start, HTTPS: wall, times inadyn's", WallRatio(races, Scheme::kHttps));
+    Judge(races, Scheme::kHttp, "HTTP", verdicts);
+    Judge(races, Scheme::kHttps, "HTTPS", verdicts);
+    verdicts.Judge("start, HTTP: CPU, times loading alone",
+                   Milliseconds(Median(Find(races, Scheme::kHttp, Contestant::kRestart).cpu)) /
+                       Milliseconds(Median(races.front().cpu)));
 }
 
 }  // namespace ardv::bench

@@ -15,10 +15,6 @@ struct Row {
     int calls = 0;
 };
 
-double Milliseconds(nanoseconds time) {
-    return std::chrono::duration<double, std::milli>(time).count();
-}
-
 void Run(Row& row) {
     const auto [wall, cpu] = RunToEnd(row.command);
     row.wall.push_back(wall);

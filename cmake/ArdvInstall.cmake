@@ -10,6 +10,7 @@ endif()
 install(TARGETS ${ARDV_INSTALLED_TARGETS} EXPORT ardvrelayd-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS ardvrelayctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS ardvrelayd_program RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/man/ardvrelayctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/man/ardvrelayd.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/ardvrelayd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
@@ -22,6 +23,11 @@ install(FILES packaging/completion/ardvrelayctl.bash
 if(ARDV_PLATFORM STREQUAL "linux")  # a device's own system has its services elsewhere
   # Examples of the device's files, to copy and adapt. The system reads /etc, whatever the prefix, and what is there is the device's own.
   install(DIRECTORY packaging/etc/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples)
+  # The unit, below the prefix where the service manager looks too, and a drop-in to copy. They name the program by its full path.
+  configure_file(packaging/systemd/ardvrelayd.service.in ardvrelayd.service @ONLY)
+  configure_file(packaging/systemd/foreground.conf.in foreground.conf @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd.service DESTINATION lib/systemd/system)
+  install(FILES ${PROJECT_BINARY_DIR}/foreground.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples/systemd)
 endif()
 
 foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)

@@ -31,7 +31,7 @@ AliasService::AliasService(Registry& registry)
 std::string AliasService::Answer(const SeenRequest& request, httplib::Response& response) {
     std::optional<Fault> fault;
     const bool isDone = Faults().Play(*Connection::Current(), "", fault);
-    const std::string mark = fault ? "fault:" + std::string(fault->kind->name) : "";
+    std::string mark = fault ? "fault:" + std::string(fault->kind->name) : "";
     if (isDone) {
         return mark;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "control_service.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -156,12 +157,16 @@ std::string ControlService::Hold(Call& call, const std::shared_ptr<HeldWait>& wa
             WriteLogLine(call.seen, LogWords(call.seen, "held"));
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        switch (Connection::Current()->Wait(left, wait->Descriptor())) {
+        const auto limit = std::min(left, parts_.sessions.UntilNextLook(*wait).value_or(left));
+        switch (Connection::Current()->Wait(limit, wait->Descriptor())) {
             case Connection::WaitEnd::kPeerLeft:
                 Connection::Current()->Cut();
                 return Connection::Current()->IsAborted() ? "ended" : "left";
             case Connection::WaitEnd::kTime:
-                return AnswerWait(call, {});
+                if (limit == left) {
+                    return AnswerWait(call, {});
+                }
+                break;
             case Connection::WaitEnd::kWoken:
                 break;
         }

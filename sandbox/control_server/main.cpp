@@ -15,7 +15,8 @@ constexpr const char* kProgram = "ardv-sandbox-control-server";
 
 int Run(const ControlOptions& options) {
     DeviceBook devices(options.state);
-    SessionTable sessions(std::chrono::seconds(options.expire > 0 ? options.expire : 3 * options.keepAlive));
+    SessionTable sessions({.life = std::chrono::seconds(options.expire > 0 ? options.expire : 3 * options.keepAlive),
+                           .resend = std::chrono::seconds(options.resend)});
     Answers answers(options.keepAlive);
     Scenario scenario;
     std::string error;

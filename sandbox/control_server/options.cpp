@@ -24,6 +24,9 @@ bool ParseOptions(int argc, const char* const* argv, ControlOptions& options, in
     app.add_option("--hold", options.hold, "Seconds that a wait is held")
         ->check(CLI::Range(1, kMaxSeconds))
         ->capture_default_str();
+    app.add_option("--resend", options.resend, "Seconds without a result after which a command is sent again")
+        ->check(CLI::Range(1, kMaxSeconds))
+        ->capture_default_str();
     app.add_option("--expire", options.expire,
                    "Seconds without a sign of life that end a session, 0 for three times --keep-alive")
         ->check(CLI::Range(0, 3 * kMaxSeconds))

@@ -62,7 +62,7 @@ bool Scenario::Set(const Json::Value& json, std::string& error) {
     std::vector<Step> steps(json.size());
     for (Json::ArrayIndex i = 0; i < json.size(); ++i) {
         if (!ReadStep(json[i], steps[i], error)) {
-            error = "step " + std::to_string(i) + ": " + error;
+            error.insert(0, "step " + std::to_string(i) + ": ");
             return false;
         }
     }

@@ -15,7 +15,7 @@ constexpr size_t kNameBytes = 16;
 
 }  // namespace
 
-SessionTable::SessionTable(std::chrono::seconds life) : life_(life) {}
+SessionTable::SessionTable(const Times& times) : times_(times) {}
 
 SessionTable::Names SessionTable::Open(const std::string& serverId, const Json::Value& registration) {
     const std::lock_guard lock(mutex_);
@@ -26,17 +26,20 @@ SessionTable::Names SessionTable::Open(const std::string& serverId, const Json::
     session.registration = registration;
     MarkSeen(session);
     session.startedAt = session.seenAt;
+    for (Queued& queued : queues_[serverId]) {
+        queued.due = {};
+    }
     return session.names;
 }
 
-bool SessionTable::KeepAlive(const std::string& serverId, std::string_view name) {
+bool SessionTable::KeepAlive(const std::string& serverId, std::string_view session) {
     const std::lock_guard lock(mutex_);
-    Session* session = Find(serverId);
-    if (!session || session->names.session != name) {
+    Session* found = Find(serverId);
+    if (!found || found->names.session != session) {
         return false;
     }
-    MarkSeen(*session);
-    ++session->keepAlives;
+    MarkSeen(*found);
+    ++found->keepAlives;
     return true;
 }
 
@@ -63,6 +66,17 @@ std::optional<SessionTable::Answer> SessionTable::Look(HeldWait& wait) {
     }
     Answer answer{.commands = TakeCommands(wait.serverId)};
     return answer.commands.empty() ? std::nullopt : std::optional(std::move(answer));
+}
+
+std::optional<std::chrono::milliseconds> SessionTable::UntilNextLook(const HeldWait& wait) const {
+    const std::lock_guard lock(mutex_);
+    const auto queue = queues_.find(wait.serverId);
+    if (queue == queues_.end() || queue->second.empty()) {
+        return std::nullopt;
+    }
+    const auto next = std::min_element(queue->second.begin(), queue->second.end(),
+                                       [](const Queued& left, const Queued& right) { return left.due < right.due; });
+    return std::chrono::ceil<std::chrono::milliseconds>(next->due - Clock::now());
 }
 
 void SessionTable::End(const std::shared_ptr<HeldWait>& wait) {
@@ -181,7 +195,7 @@ SessionTable::Session* SessionTable::Find(const std::string& serverId) {
 
 // A device that waits is there.
 bool SessionTable::IsOver(const Session& session) const {
-    return !session.wait && Clock::now() - session.lastSign > life_;
+    return !session.wait && Clock::now() - session.lastSign > times_.life;
 }
 
 void SessionTable::MarkSeen(Session& session) {
@@ -214,17 +228,18 @@ void SessionTable::TakeResults(const std::string& serverId, const Json::Value& r
     }
 }
 
-// A command whose answer was lost is sent again, but not for ever: a device that never tells results would otherwise ask
-// and be answered without end.
+// The answer that had a command may have been lost, so it is sent again; but not for ever: a device that never tells
+// results would otherwise be told without end.
 std::vector<Json::Value> SessionTable::TakeCommands(const std::string& serverId) {
     std::deque<Queued>& queue = queues_[serverId];
+    const auto now = Clock::now();
     std::vector<Json::Value> commands;
     for (Queued& queued : queue) {
-        if (commands.size() == kMaxCommands) {
-            break;
+        if (commands.size() < kMaxCommands && queued.due <= now) {
+            ++queued.deliveries;
+            queued.due = now + times_.resend;
+            commands.push_back(queued.command);
         }
-        ++queued.deliveries;
-        commands.push_back(queued.command);
     }
     std::erase_if(queue, [](const Queued& queued) { return queued.deliveries >= kMaxDeliveries; });
     return commands;

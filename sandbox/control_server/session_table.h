@@ -22,6 +22,12 @@ namespace ARDV::Sandbox {
 /// All sessions, in memory alone: a service that starts anew knows none. Safe for several threads.
 class SessionTable {
 public:
+    /// The times that are to be kept to.
+    struct Times {
+        std::chrono::seconds life;    ///< a session without a sign of life for so long is over
+        std::chrono::seconds resend;  ///< a command without a result for so long is sent again
+    };
+
     /// How often a command is sent as long as no result comes, and the most that may be queued for one device.
     static constexpr unsigned kMaxDeliveries = 3;
     static constexpr size_t kMaxQueued = 1000;
@@ -42,8 +48,7 @@ public:
         std::vector<Json::Value> commands = {};
     };
 
-    /// A session without a sign of life for `life` is over.
-    explicit SessionTable(std::chrono::seconds life);
+    explicit SessionTable(const Times& times);
 
     /// Begins a session for a device, which has shown `registration`; one that it had is over.
     Names Open(const std::string& serverId, const Json::Value& registration);
@@ -58,6 +63,9 @@ public:
 
     /// How `wait` is to be answered, or nothing as long as it is to be held.
     std::optional<Answer> Look(HeldWait& wait);
+
+    /// How long a wait may be held before it is to be looked at again; nothing: until it is woken.
+    std::optional<std::chrono::milliseconds> UntilNextLook(const HeldWait& wait) const;
 
     /// `wait` is over, whatever for.
     void End(const std::shared_ptr<HeldWait>& wait);
@@ -97,6 +105,7 @@ private:
         std::string id;
         Json::Value command;
         unsigned deliveries = 0;
+        Clock::time_point due = {};  ///< when it is to be sent
     };
 
     Session* Find(const std::string& serverId);
@@ -106,7 +115,7 @@ private:
     void TakeResults(const std::string& serverId, const Json::Value& results);
     std::vector<Json::Value> TakeCommands(const std::string& serverId);
 
-    const std::chrono::seconds life_;
+    const Times times_;
     mutable std::mutex mutex_;
     std::map<std::string, Session, std::less<>> sessions_;           ///< by serverID
     std::map<std::string, std::deque<Queued>, std::less<>> queues_;  ///< by serverID

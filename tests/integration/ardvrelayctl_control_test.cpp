@@ -51,6 +51,14 @@ TEST_F(ArdvrelayctlControl, HasTheDaemonMapTheAliasAnew) {
     EXPECT_EQ(daemon.SignalsLeft(), 0);
 }
 
+TEST_F(ArdvrelayctlControl, DoesNotMapAnAliasThatIsNotSet) {
+    WriteText(kConfigFile, "{}");
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":3)");
+    EXPECT_EQ(Run({"alias", "update"}).exitCode, 4);
+    EXPECT_EQ(daemon.SignalsLeft(), 0);
+}
+
 TEST_F(ArdvrelayctlControl, SaysThatNoDaemonRuns) {
     for (const char* text : {"", "0\n", "-1\n", "x", "999999999\n"}) {
         WriteText(kDaemonPidFile, text);
@@ -101,7 +109,7 @@ TEST_F(ArdvrelayctlControl, KeepsTheLogsSettingsForADaemonThatIsStartedLater) {
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.out, HasSubstr("/debug.log, up to level 7, once the daemon runs\n"));
     EXPECT_EQ(JsonOf(ReadText(kConfigFile))["log_file"].asString().front(), '/') << "whatever the daemon's folder is";
-    EXPECT_EQ(RunJson({"log", "stop"}), JsonOf(R"({"file":"/var/log/ardvrelayd.log","level":4,"running":false})"));
+    EXPECT_EQ(RunJson({"log", "stop"}), JsonOf(R"({"file":"","level":4,"running":false})"));
 }
 
 TEST_F(ArdvrelayctlControl, LeavesADamagedConfigurationAsItIs) {

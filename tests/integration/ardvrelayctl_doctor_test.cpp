@@ -63,7 +63,7 @@ TEST_F(ArdvrelayctlDoctor, FindsADaemonThatDoesNotRun) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_THAT(result.out, HasSubstr("problem  daemon: it does not run: /var/run/ardvrelayd.pid names no process\n"
                                       "         -> 'systemctl start ardvrelayd' starts it\n"));
-    EXPECT_THAT(result.err, HasSubstr("ardvrelayctl: there are 2 problems\n"));
+    EXPECT_THAT(result.err, HasSubstr("ardvrelayctl: there is a problem\n"));
     EXPECT_EQ(RunJson({"doctor"})["exit_code"], 8);
     WriteText(kDaemonPidFile, "999999999\n");
     Expect("daemon", "problem", "process 999999999, which is gone", "systemctl start");
@@ -99,6 +99,8 @@ TEST_F(ArdvrelayctlDoctor, ExplainsStatesAndErrors) {
     Expect("state", "warning", "switched off", "ardvrelayctl reload");
     daemon.Publish(R"("state":3,"error":6)");
     Expect("state", "ok", "login", "");
+    std::filesystem::remove(kDaemonStatusFile);
+    Expect("state", "problem", "publishes nothing", "ardvrelayctl report");
     WriteText(kDaemonStatusFile, "{");
     Expect("state", "problem", "cannot be used", "start the daemon again");
 }
@@ -137,15 +139,21 @@ TEST_F(ArdvrelayctlDoctor, FindsAMissingIdentity) {
 
 TEST_F(ArdvrelayctlDoctor, FindsNamesThatDoNotResolve) {
     WriteText(kConfigFile, R"({"server_control":{"host":"nowhere.invalid"},"server_global":{"host":"127.0.0.1"},
-                               "server_waitcmd":{"host":"localhost"},"server_alias":{"url":"https://[::1]:7/x"}})");
+                               "server_waitcmd":{"host":"localhost"},
+                               "server_alias":{"alias":"attic","url":"https://[::1]:7/x"}})");
     Expect("names", "problem", "nowhere.invalid: ", "name server");
     EXPECT_THAT(Find("names")["finding"].asString(), testing::Not(HasSubstr("::1")));
+    WriteText(kConfigFile, R"({"server_control":{"host":"127.0.0.1"},"server_global":{"host":"127.0.0.1"},
+                               "server_waitcmd":{"host":"localhost"},"server_alias":{"url":"https://nobody.invalid"}})");
+    Expect("names", "ok", "resolve", "");
 }
 
 TEST_F(ArdvrelayctlDoctor, WarnsOfPlainHttp) {
     Expect("protocol", "ok", "HTTPS", "");
     WriteText(kConfigFile, R"({"server_control":{"host":"127.0.0.1","protocol":"http"}})");
     Expect("protocol", "warning", "clear text", "server_control.protocol https");
+    WriteText(kConfigFile, R"({"server_waitcmd":{"host":"127.0.0.1","protocol":"http"}})");
+    Expect("protocol", "warning", "clear text", "server_waitcmd.protocol https");
 }
 
 TEST_F(ArdvrelayctlDoctor, FindsAFolderThatCannotBeUsed) {

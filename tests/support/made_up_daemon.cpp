@@ -113,6 +113,8 @@ void MadeUpDaemon::Publish(const std::string& members) const {
 
 void MadeUpDaemon::Die() const {
     kill(pid_, SIGKILL);
+    siginfo_t info = {};
+    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
 }
 
 }  // namespace ardv::test

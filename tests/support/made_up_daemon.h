@@ -40,7 +40,7 @@ public:
     /** Replaces the status file by its process id and these members: the inside of a JSON object. */
     void Publish(const std::string& members) const;
 
-    /** Kills it. Until the end of this object its parent takes no notice. */
+    /** Kills it. It has ended when this returns; its parent takes no notice of that until the end of this object. */
     void Die() const;
 
 private:

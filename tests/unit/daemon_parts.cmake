@@ -18,3 +18,7 @@ target_compile_definitions(ardv_daemon_parts_tests PRIVATE
 target_link_libraries(ardv_daemon_parts_tests PRIVATE
   ardv_platform_headers PkgConfig::httplib PkgConfig::libdaemon PkgConfig::libevent_core OpenSSL::SSL OpenSSL::Crypto
   Threads::Threads ${CMAKE_DL_LIBS})
+
+list(JOIN ARDVRELAYD_PUBLIC_HEADERS " " public_headers)
+add_test(NAME ardvrelayd.SeesInstalledHeadersAlone
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/unit/ardvrelayd/public_headers_check ${PROJECT_SOURCE_DIR} "${public_headers}" ardvrelayd ardvrelayctl)
