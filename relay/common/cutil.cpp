@@ -3,9 +3,11 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <regex>
 #include <string>
+#include <system_error>
 
 #include <relay/config/config.h>
 #include <relay/config/paths.h>
@@ -23,12 +25,18 @@ constexpr std::size_t kMatches = 2;  // the whole and its one group
 constexpr const char kLogLevelKey[] = "log_level";
 constexpr const char kLogFileKey[] = "log_file";
 
-Json::Value ReadConfiguration() {
-    Json::Value configuration;
-    if (!RelaydConf::ReadJsonFile(Paths::kMainConfigFile, configuration)) {
+bool ReadConfiguration(Json::Value& configuration) {
+    const bool isRead = RelaydConf::ReadJsonFile(Paths::kMainConfigFile, configuration);
+    if (!isRead) {
         RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", Paths::kMainConfigFile);
     }
-    return configuration;
+    return isRead;
+}
+
+// After a damaged file was moved aside none is left. What is still there holds settings that could not be read just now.
+bool HasConfiguration() {
+    std::error_code unknown;
+    return std::filesystem::is_regular_file(Paths::kMainConfigFile, unknown);
 }
 
 bool Offers(const Json::Value& configuration, const std::string& service) {
@@ -72,8 +80,8 @@ int SaveForDaemon(const Json::Value& configuration) {
 }
 
 int StartLog(const char* logFile) {
-    Json::Value configuration = ReadConfiguration();
-    if (!configuration.isObject()) {
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) || !configuration.isObject()) {
         return -1;
     }
     configuration[kLogLevelKey] = LOG_DEBUG;
@@ -83,7 +91,10 @@ int StartLog(const char* logFile) {
 
 // A configuration of another kind has nothing to remove; it is written back as it is.
 int StopLog() {
-    Json::Value configuration = ReadConfiguration();
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) && HasConfiguration()) {
+        return -1;
+    }
     if (configuration.isNull()) {
         configuration = Json::Value(Json::objectValue);
     }
@@ -95,8 +106,8 @@ int StopLog() {
 }
 
 int GetServerId(const char* service, char* buffer, std::size_t size) {
-    const Json::Value configuration = ReadConfiguration();
-    if (!configuration.isObject()) {
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) || !configuration.isObject()) {
         return -1;
     }
     const auto serverId = JsonText::StringMember(configuration, "serverID").value_or("");
