@@ -26,10 +26,10 @@ ARDVRELAYD_API int ALIBRelaydLogStart(const char* logFile);
 
 /**
  * Switches the debug log off: removes "log_level" and "log_file" from the configuration, and has a running daemon read it again, as
- * `ALIBRelaydLogStart`. Where there is no configuration, or a damaged one, an empty one is written; one that is no object is written back
- * as it is.
+ * `ALIBRelaydLogStart`. Where there is no configuration, a damaged one, or one that the caller may not read, an empty one is written; one
+ * that is no object is written back as it is.
  *
- * @return 0; -1 if the configuration is there and cannot be read, which leaves it as it was, or cannot be written
+ * @return 0; -1 if the configuration cannot be written, and for want of memory, which leaves it as it was
  */
 ARDVRELAYD_API int ALIBRelaydLogStop(void);
 

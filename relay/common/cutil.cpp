@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/common/ardvrelayd.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -33,10 +35,12 @@ bool ReadConfiguration(Json::Value& configuration) {
     return isRead;
 }
 
-// After a damaged file was moved aside none is left. What is still there holds settings that could not be read just now.
-bool HasConfiguration() {
+// After a damaged file was moved aside none is left. One that is still there and may be read was kept from being read by want of
+// memory or by the disk, for now.
+bool HasReadableConfiguration() {
     std::error_code unknown;
-    return std::filesystem::is_regular_file(Paths::kMainConfigFile, unknown);
+    return std::filesystem::is_regular_file(Paths::kMainConfigFile, unknown) &&
+           access(Paths::kMainConfigFile, R_OK) == 0;
 }
 
 bool Offers(const Json::Value& configuration, const std::string& service) {
@@ -89,10 +93,11 @@ int StartLog(const char* logFile) {
     return SaveForDaemon(configuration);
 }
 
-// A configuration of another kind has nothing to remove; it is written back as it is.
+// Deliberately writes an empty configuration in the place of one that cannot be read: what wants the log off wants a file that works. One
+// of another kind has nothing to remove; it is written back as it is.
 int StopLog() {
     Json::Value configuration;
-    if (!ReadConfiguration(configuration) && HasConfiguration()) {
+    if (!ReadConfiguration(configuration) && HasReadableConfiguration()) {
         return -1;
     }
     if (configuration.isNull()) {
