@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "program.h"
 
+#include <fcntl.h>
 #include <libdaemon/dpid.h>
 #include <libdaemon/dsignal.h>
 #include <sys/stat.h>
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
 #include <iterator>
 
 #include <relay/config/config.h>
@@ -29,7 +29,6 @@ namespace {
 constexpr const char* kName = "ardvrelayd";
 constexpr unsigned kFirstInherited = 3;
 constexpr mode_t kDaemonMask = 077;
-constexpr std::time_t kLongestStart = 10;  // seconds from making the pid file to writing it, by far
 
 // The pid file of a daemon that runs, gone with it.
 class PidFile {
@@ -40,14 +39,22 @@ public:
     ~PidFile() { daemon_pid_file_remove(); }
 };
 
-// A daemon that was killed after it had made its pid file and before it had written it leaves an empty one, which would keep every
-// later one from starting: it reads like that of a daemon that is just starting.
+// A daemon that was killed after it had made its pid file and before it had written it leaves an empty one, which reads like that of
+// a daemon that is just starting, and would keep every later one from starting. libdaemon writes under this lock: whoever has made
+// the file and not locked it yet will write into one that is gone, and find in `IsTheOne` that it came too late.
 void RemoveAbandonedPidFile() {
-    struct stat file {};
-    const bool isEmpty = lstat(Daemon::GetPidFile(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size == 0;
-    if (isEmpty && std::time(nullptr) - file.st_mtime > kLongestStart) {
+    const Descriptor file(open(Daemon::GetPidFile(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    struct stat facts {};
+    if (file.IsOpen() && fcntl(file.Get(), F_SETLKW, &lock) == 0 && fstat(file.Get(), &facts) == 0 &&
+        S_ISREG(facts.st_mode) && facts.st_size == 0) {
         unlink(Daemon::GetPidFile());
     }
+}
+
+bool IsTheOne() {
+    return daemon_pid_file_is_running() == getpid();
 }
 
 int Complain(const std::string& problem, ExitCode code) {
@@ -91,6 +98,9 @@ int RunDaemon(const Options& options) {
     if (!Daemon::Init(!options.foreground)) {
         // From the background nobody hears this: the child has told its starter what to end with.
         return !options.foreground || daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;
+    }
+    if (!IsTheOne()) {
+        return Complain("another daemon has started at the same time", kExitFailed);
     }
     const PidFile pidFile;
     if (!options.foreground) {
