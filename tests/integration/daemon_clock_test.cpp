@@ -16,7 +16,10 @@ protected:
         setenv("LD_PRELOAD", ARDV_JUMPING_CLOCK, 1);
     }
 
-    ~DaemonClock() override { unsetenv("LD_PRELOAD"); }
+    void TearDown() override {
+        unsetenv("LD_PRELOAD");
+        DaemonTest::TearDown();
+    }
 
     void SetAhead() const { daemon->Signal(SIGRTMIN + 5); }
     void SetBack() const { daemon->Signal(SIGRTMIN + 6); }
