@@ -139,7 +139,9 @@ TEST_F(SessionTest, DoesNothingBeforeItsDelayIsOver) {
     EXPECT_GT(*UntilNext(), 59min);
     session_->Start(0ms);
     EXPECT_GT(*UntilNext(), 59min) << "it has begun already";
+    EXPECT_TRUE(session_->IsHoldingOff());
     session_->TryNow();
+    EXPECT_FALSE(session_->IsHoldingOff());
     EXPECT_TRUE(RunUntilCount("wait", 1));
 }
 

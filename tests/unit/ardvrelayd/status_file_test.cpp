@@ -18,7 +18,6 @@
 using namespace ardv::test;
 using namespace ardv::daemon;
 using namespace ARDV::Relay;
-using testing::IsEmpty;
 
 namespace {
 
@@ -41,7 +40,8 @@ ino_t InodeOf(const std::string& path) {
 class StatusFileTest : public testing::Test {
 protected:
     StatusFileTest() : mask_(umask(077)) { fs::remove_all(kFile); }
-    ~StatusFileTest() override {
+
+    void TearDown() override {
         fs::remove_all(kFile);
         umask(mask_);
     }
