@@ -71,7 +71,7 @@ void AliasKeeper::Start(milliseconds delay) {
         return;
     }
     isOn_ = true;
-    wanted_ = {};
+    wanted_.url.clear();  // which makes it another
     isMapped_ = false;
     Refresh();
     if (next_.IsRunning()) {
@@ -81,7 +81,7 @@ void AliasKeeper::Start(milliseconds delay) {
 
 void AliasKeeper::Stop() {
     isOn_ = false;
-    exchange_.reset();
+    BreakOff();
     next_.Stop();
     deleteNext_.Stop();
     Tell(RELAYD_RET_ERR_CONFIG);
@@ -92,15 +92,17 @@ void AliasKeeper::Refresh() {
     if (!isOn_ || wanted == wanted_) {
         return;
     }
-    if (isMapped_ && wanted.alias != wanted_.alias) {
-        unwanted_.insert(wanted_.alias);
+    BreakOff();
+    if (wanted.alias != wanted_.alias) {
+        if (isHeld_) {
+            unwanted_.insert(wanted_.alias);
+        }
+        isHeld_ = unwanted_.erase(wanted.alias) > 0;
     }
-    unwanted_.erase(wanted.alias);
     wanted_ = std::move(wanted);
     isMapped_ = false;
     isRefused_ = false;
     backOff_.Reset();
-    exchange_.reset();
     if (wanted_.alias.empty()) {
         Record("", ALIAS_RET_NOT_SET, "");
         Tell(RELAYD_RET_ERR_CONFIG);
@@ -131,7 +133,7 @@ void AliasKeeper::OnNetworkChange() {
     isMapped_ = false;
     isRefused_ = false;
     backOff_.Reset();
-    exchange_.reset();
+    BreakOff();
     next_.Start(milliseconds(0));
 }
 
@@ -154,6 +156,12 @@ void AliasKeeper::Act() {
     }
 }
 
+// What has been sent may be carried out, although nobody waits for the answer.
+void AliasKeeper::BreakOff() {
+    isHeld_ = isHeld_ || (exchange_ && task_ == Task::kMap);
+    exchange_.reset();
+}
+
 bool AliasKeeper::Send(Task task, const std::string& alias) {
     auto data = device_.AliasData();
     data["alias"] = alias;
@@ -164,6 +172,7 @@ bool AliasKeeper::Send(Task task, const std::string& alias) {
         errors_.Add(std::string("alias, ") + NameOf(task), "the device's identity is not complete");
         return false;
     }
+    task_ = task;
     request_ = std::make_shared<Request>(url.c_str(), post.c_str(), true);
     exchange_ = engine_.Start(
         request_, [this, task, alias](Request&) { OnAnswered(task, alias); }, std::string("alias, ") + NameOf(task));
@@ -193,7 +202,9 @@ void AliasKeeper::OnAnswered(Task task, const std::string& alias) {
 
 void AliasKeeper::Follow(ALIAS_RET ret) {
     const auto action = ActionFor(ret);
-    isMapped_ = isMapped_ && action != Action::kAgain && action != Action::kWaitForUser;
+    if (action == Action::kAgain || action == Action::kWaitForUser) {
+        isMapped_ = isHeld_ = false;
+    }
     if (action == Action::kGoOn) {
         Succeed();
         return;
@@ -210,7 +221,7 @@ void AliasKeeper::Follow(ALIAS_RET ret) {
 }
 
 void AliasKeeper::Succeed() {
-    isMapped_ = true;
+    isMapped_ = isHeld_ = true;
     isRefused_ = false;
     backOff_.Reset();
     const auto time = PollingTime(device_.Configuration().GetAliasConf());

@@ -80,6 +80,7 @@ private:
     Wanted ReadWanted() const;
     bool CanAsk() const { return isOn_ && !wanted_.alias.empty() && !wanted_.id.empty(); }
     void Act();
+    void BreakOff();
     bool Send(Task task, const std::string& alias);
     void OnAnswered(Task task, const std::string& alias);
     void Follow(ARDV::Relay::ALIAS_RET ret);
@@ -98,6 +99,7 @@ private:
     bool isOn_ = false;
     Wanted wanted_;
     bool isMapped_ = false;
+    bool isHeld_ = false;  // the server may have it for the device, whether it could say so or not
     bool isRefused_ = false;
     std::set<std::string> unwanted_;  // aliases to give up
     WallClock::time_point dueAt_;
@@ -106,6 +108,7 @@ private:
     std::vector<Done> askers_;
     std::shared_ptr<ARDV::Relay::Request> request_;
     std::unique_ptr<Transfer> exchange_;
+    Task task_ = Task::kMap;  // of the exchange
     Timer next_;
     Timer deleteNext_;
 };

@@ -72,6 +72,15 @@ protected:
     /** The names that the alias server knows, and nothing else. */
     std::vector<std::string> Names() const { return alias.Registry()["aliases"].getMemberNames(); }
 
+    bool IsAskedToDelete(const std::string& name) const {
+        const auto requests = alias.Requests();
+        return std::any_of(requests.begin(), requests.end(), [&](const auto& request) {
+            const auto body = request["body"].asString();
+            return body.find("action=delete_alias&") != std::string::npos &&
+                   body.find("alias=" + name + "&") != std::string::npos;
+        });
+    }
+
     bool AwaitNames(const std::vector<std::string>& names) const {
         return Await([&] { return Names() == names; });
     }
@@ -150,11 +159,46 @@ TEST_F(DaemonAlias, IsGivenUpOnceTheServerIsBack) {
     EXPECT_TRUE(AwaitNames({"cellar"}));
 }
 
+TEST_F(DaemonAlias, IsGivenUpThoughNobodyHeardThatItWasMapped) {
+    StartAndLogIn();
+    alias.SetFault(R"({"kind":"slow","delay_ms":300})");
+    Rename("cellar");
+    EXPECT_TRUE(daemon->Reload());
+    EXPECT_TRUE(Await([&] { return alias.Requests().size() == 2; }));
+    Rename("roof");
+    EXPECT_TRUE(daemon->Reload());
+    EXPECT_TRUE(Await([&] { return IsAskedToDelete("cellar"); }));
+    EXPECT_TRUE(AwaitNames({"roof"}));
+}
+
+TEST_F(DaemonAlias, IsGivenUpWhenItWasRenamedWhileTheServiceWasOff) {
+    StartAndLogIn();
+    Edit([](Json::Value& c) { c["tethra"]["enabled"] = false; });
+    EXPECT_TRUE(daemon->Reload());
+    EXPECT_EQ(AwaitStatus("logout success"), "logout success");
+    Rename("cellar");
+    Edit([](Json::Value& c) { c["tethra"]["enabled"] = true; });
+    EXPECT_TRUE(daemon->Reload());
+    EXPECT_TRUE(AwaitNames({"cellar"}));
+}
+
+TEST_F(DaemonAlias, OfSomebodyElseIsNotGivenUp) {
+    alias.SetFault(R"({"kind":"reply","body":"alias_inused:attic"})");
+    Start();
+    EXPECT_EQ(AwaitAlias("error_inused"), "error_inused");
+    Rename("cellar");
+    EXPECT_TRUE(daemon->Reload());
+    EXPECT_TRUE(AwaitNames({"cellar"}));
+    EXPECT_TRUE(Holds([&] { return !IsAskedToDelete("attic"); }, milliseconds(200)));
+}
+
 TEST_F(DaemonAlias, ComesBackToItsFirstName) {
     StartAndLogIn();
-    for (const auto* name : {"cellar", "roof", "attic"}) {
-        Rename(name);
-        EXPECT_TRUE(daemon->Reload());
+    for (int i = 0; i < 5; ++i) {
+        for (const auto* name : {"cellar", "roof", "attic"}) {
+            Rename(name);
+            EXPECT_TRUE(daemon->Reload());
+        }
     }
     EXPECT_TRUE(AwaitNames({"attic"}));
     EXPECT_EQ(AwaitAlias("success"), "success");

@@ -7,7 +7,11 @@ namespace {
 
 using std::chrono::seconds;
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr long kNoise = 1L << 20;  // KiB: a sanitizer keeps what was released, and tells of leaks in the end
+#else
 constexpr long kNoise = 256;  // KiB: of the allocator, whatever is done how often
+#endif
 
 class DaemonEndurance : public DaemonTest {
 protected:

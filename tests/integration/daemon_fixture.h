@@ -23,6 +23,13 @@ namespace ardv::test {
 inline constexpr const char kDaemonConfig[] = "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf";
 inline constexpr const char kDaemonStatusFile[] = "/tmp/.ardvrelayd.status";
 inline constexpr const char kAliasStatusFile[] = "/tmp/nubo_alias.status";
+/** How long an end may take; a sanitizer looks for leaks meanwhile. */
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr std::chrono::seconds kLongestEnd{15};
+#else
+inline constexpr std::chrono::seconds kLongestEnd{2};
+#endif
+
 inline constexpr const char kLoggedIn[] = "login success";
 
 /** The JSON of a text; null where it is none. */
@@ -125,7 +132,7 @@ protected:
 
     /** The daemon must still be the one that was started, and end in order. */
     void ExpectOrderlyEnd() {
-        EXPECT_EQ(daemon->Stop(), 0) << daemon->Log();
+        EXPECT_EQ(daemon->Stop(SIGTERM, kLongestEnd), 0) << daemon->Log();
         EXPECT_FALSE(std::filesystem::exists(kDaemonStatusFile));
         EXPECT_FALSE(std::filesystem::exists(kDaemonPidFile));
     }

@@ -434,7 +434,7 @@ TEST_F(DaemonSession, TriesSlowlyWhereTheServerSaysThatItIsOfNoUse) {
     control.SetFault(Fault("register", R"("kind":"errno","value":1)"));
     Start(options);
     EXPECT_TRUE(AwaitCount("register", 25));
-    EXPECT_EQ(daemon->Stop(), 0);
+    EXPECT_EQ(daemon->Stop(SIGTERM, kLongestEnd), 0);
     control.ClearFault();
     control.SetFault(Fault("register", R"("kind":"errno","value":11)"));
     control.ClearRequests();
@@ -462,7 +462,7 @@ TEST_F(DaemonSession, SpreadsItsTries) {
         control.ClearRequests();
         Start({"--retry-base", "0.1", "--retry-cap", "0.1"});
         EXPECT_TRUE(AwaitCount("register", 12));
-        EXPECT_EQ(daemon->Stop(), 0);
+        EXPECT_EQ(daemon->Stop(SIGTERM, kLongestEnd), 0);
         run = Intervals(control.Requests());
     }
     long difference = 0;

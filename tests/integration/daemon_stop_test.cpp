@@ -69,7 +69,7 @@ TEST_F(DaemonStop, IsInOrderWhileItIsWaiting) {
 TEST_F(DaemonStop, IsInOrderOnEachOfItsSignals) {
     for (const int signal : {SIGTERM, SIGINT, SIGQUIT}) {
         StartAndLogIn();
-        EXPECT_EQ(daemon->Stop(signal), 0) << signal;
+        EXPECT_EQ(daemon->Stop(signal, kLongestEnd), 0) << signal;
         EXPECT_FALSE(std::filesystem::exists(kDaemonStatusFile));
         EXPECT_FALSE(std::filesystem::exists(kDaemonPidFile));
     }
@@ -195,7 +195,7 @@ TEST_F(DaemonStop, LeavesOneOfTwoThatStartAtOnce) {
         EXPECT_EQ(JsonFrom(ReadText(kDaemonStatusFile))["pid"], winner.Pid());
         EXPECT_THAT(loser.End(), testing::AnyOf(1, 4));
         EXPECT_TRUE(winner.Runs());
-        EXPECT_EQ(winner.Stop(), 0);
+        EXPECT_EQ(winner.Stop(SIGTERM, kLongestEnd), 0);
     }
 }
 
