@@ -54,7 +54,8 @@ int RunDaemon(const Options& options) {
                         kExitConfig);
     }
     if (!Daemon::Init(!options.foreground)) {
-        return daemon_pid_file_is_running() >= 0 ? kExitFailed : kExitPidFile;
+        const bool hasTriedPidFile = options.foreground || Daemon::IsForked();
+        return hasTriedPidFile && daemon_pid_file_is_running() < 0 ? kExitPidFile : kExitFailed;
     }
     const PidFile pidFile;
     if (!options.foreground) {
