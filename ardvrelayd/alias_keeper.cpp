@@ -92,10 +92,12 @@ void AliasKeeper::Refresh() {
     if (!isOn_ || wanted == wanted_) {
         return;
     }
-    if (isMapped_ && wanted.alias != wanted_.alias) {
-        unwanted_.insert(wanted_.alias);
+    if (!held_.empty() && wanted.alias != held_) {
+        unwanted_.insert(std::exchange(held_, {}));
     }
-    unwanted_.erase(wanted.alias);
+    if (unwanted_.erase(wanted.alias) != 0) {
+        held_ = wanted.alias;
+    }
     wanted_ = std::move(wanted);
     isMapped_ = false;
     isRefused_ = false;
@@ -193,7 +195,10 @@ void AliasKeeper::OnAnswered(Task task, const std::string& alias) {
 
 void AliasKeeper::Follow(ALIAS_RET ret) {
     const auto action = ActionFor(ret);
-    isMapped_ = isMapped_ && action != Action::kAgain && action != Action::kWaitForUser;
+    if (action == Action::kAgain || action == Action::kWaitForUser) {
+        isMapped_ = false;
+        held_.clear();
+    }
     if (action == Action::kGoOn) {
         Succeed();
         return;
@@ -211,6 +216,7 @@ void AliasKeeper::Follow(ALIAS_RET ret) {
 
 void AliasKeeper::Succeed() {
     isMapped_ = true;
+    held_ = wanted_.alias;
     isRefused_ = false;
     backOff_.Reset();
     const auto time = PollingTime(device_.Configuration().GetAliasConf());

@@ -97,7 +97,8 @@ private:
 
     bool isOn_ = false;
     Wanted wanted_;
-    bool isMapped_ = false;
+    bool isMapped_ = false;  // as the device and its network are now
+    std::string held_;       // the alias that the server keeps for the device, empty for none
     bool isRefused_ = false;
     std::set<std::string> unwanted_;  // aliases to give up
     WallClock::time_point dueAt_;
