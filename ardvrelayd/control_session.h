@@ -58,6 +58,12 @@ public:
      */
     void TryNow();
 
+    /**
+     * Waits for commands over another connection, where the session stands: that of the wait under way may be dead, and would tell only
+     * after minutes. The answer tells whether the session stands still.
+     */
+    void WaitAnew();
+
     /** The result of a command that was carried out in the background. */
     void Finish(const std::string& id, ARDV::Relay::RELAYD_RET result);
 
@@ -66,6 +72,8 @@ public:
     /** The last failure, as long as it is not over. */
     ARDV::Relay::RELAYD_RET Error() const { return error_; }
     bool IsOff() const { return phase_ == Phase::kOff; }
+    /** Whether the first registration since `Start` is still to come. */
+    bool IsYetToBegin() const { return phase_ == Phase::kRetrying && !hasBegun_; }
     bool IsStanding() const { return phase_ == Phase::kStanding; }
 
     /** Whether something is under way or due that leads on. */
@@ -108,8 +116,9 @@ private:
     void ForgiveWait();
     void StopWaiting();
 
+    static Action ActionFor(const Answer& answer);
     void Note(const char* what, const Answer& answer);
-    void Fail(const char* what, const Answer& answer);
+    void Fail(const char* what, const Answer& answer, Action action);
     void Follow(Action action, const Answer& answer);
     bool MoveTo(const std::string& host);
     void RetryAfter(const BackOffPlan& plan);
@@ -127,6 +136,7 @@ private:
     Phase phase_ = Phase::kOff;
     ARDV::Relay::RELAYD_RET error_ = ARDV::Relay::RELAYD_RET_SUCCESS;
     Credentials credentials_;
+    bool hasBegun_ = false;
     bool isReachable_ = false;
     bool isAtGlobalServer_ = false;  // the session, or the try at one
     int moves_ = 0;

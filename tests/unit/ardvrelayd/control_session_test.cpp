@@ -244,9 +244,10 @@ TEST_F(SessionTest, RegistersAtOnceAgainOnlyAfterAMinute) {
 
 TEST_F(SessionTest, CountsOnWhereASessionDidNotLast) {
     server_.Answer("register", "busy", 503);
-    server_.Answer("wait", ErrnoText(13));
+    server_.Answer("wait", ErrnoText(6));
+    server_.Answer("wait", ErrnoText(6));
     Begin(kShortPlans);
-    ASSERT_TRUE(RunUntilFailures(2));
+    ASSERT_TRUE(RunUntilFailures(3));
     EXPECT_EQ(session_->Describe()["failures"].asUInt(), 2U);
 }
 
@@ -379,6 +380,16 @@ TEST_F(GlobalServerTest, IsAskedEverySecondTimeAndItsOwnFailureIsNotWhatTheUserH
     EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_SERVER_BUSY);
 }
 
+TEST_F(GlobalServerTest, IsToldOfWhereItsOwnSessionFails) {
+    server_.AlwaysAnswer("register", "busy", 503);
+    Begin(kShortPlans);
+    ASSERT_TRUE(RunUntilCount("wait", 1));
+    global_.AlwaysAnswer("keep_alive", "no", 404);
+    LetPass(3600s);
+    ASSERT_TRUE(RunUntil([&] { return session_->State() == RELAYD_STATE_STARTING; }));
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_NETWORK);
+}
+
 TEST_F(GlobalServerTest, IsHeardWhereItRefusesTheDevice) {
     server_.AlwaysAnswer("register", "busy", 503);
     global_.Answer("register", ErrnoText(30));
@@ -424,6 +435,18 @@ TEST_F(SessionTest, EndsWithNothingUnderWay) {
     session_->Start(0ms);
     ASSERT_TRUE(RunUntilCount("wait", 2));
     EXPECT_EQ(server_.Seen("wait")[1]["channel"], "c2");
+}
+
+TEST_F(SessionTest, IsYetToBeginUntilItRegistersForTheFirstTime) {
+    server_.Answer("register", "busy", 503);
+    Begin(kLongPlans);
+    EXPECT_TRUE(session_->IsYetToBegin());
+    ASSERT_TRUE(RunUntilFailures(1));
+    EXPECT_FALSE(session_->IsYetToBegin()) << "what follows is another try";
+    session_->Stop();
+    EXPECT_FALSE(session_->IsYetToBegin());
+    session_->Start(0ms);
+    EXPECT_TRUE(session_->IsYetToBegin());
 }
 
 TEST_F(SessionTest, EndsAlsoWhileItRegisters) {
