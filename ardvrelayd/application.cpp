@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+#include <relay/request/request.h>
+
 #include "json_member.h"
 #include "log.h"
 #include "report.h"
@@ -78,6 +80,9 @@ void Application::Reload() {
     manager_.Reloading();
     const auto before = device_.Registered();
     const auto network = device_.Network();
+    if (!session_.IsStanding()) {
+        Request::CleanDnsCache();  // what names stand for may be what the user has changed
+    }
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
         manager_.Ready();
@@ -106,9 +111,10 @@ void Application::UpdateAlias() {
 }
 
 void Application::OnNetworkChange() {
+    Request::CleanDnsCache();  // names may stand for something else in another network
     const bool isOther = device_.RefreshNetwork();
-    if (session_.IsYetToBegin()) {
-        return;  // at its time: the devices of a town have their network back in the same moment
+    if (session_.IsHoldingOff()) {
+        return;  // a device that starts sees its network come up, as all of its town do after a power cut
     }
     if (!isOther) {
         session_.TryNow();
@@ -121,7 +127,7 @@ void Application::OnNetworkChange() {
 
 void Application::OnClockChange(const ClockChange& change) {
     DAEMON_LOG(LOG_NOTICE, "the clock was set");
-    if (session_.IsYetToBegin()) {
+    if (session_.IsHoldingOff()) {
         return;
     }
     session_.TryNow();

@@ -2,6 +2,7 @@
 #include "control_messages.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "json_member.h"
@@ -51,6 +52,23 @@ std::string Identifier(const Json::Value& object, const char* key, std::size_t m
     return IsIdentifier(text, maxSize) ? text : std::string();
 }
 
+// What breaks an exchange on its way, and has no name in the library's vocabulary.
+constexpr CURLcode kBrokenOnTheWay[] = {
+    CURLE_PEER_FAILED_VERIFICATION,
+    CURLE_SSL_CACERT_BADFILE,
+    CURLE_GOT_NOTHING,
+    CURLE_PARTIAL_FILE,
+};
+
+RELAYD_RET ResultOf(const Request& request) {
+    const auto code = request.GetCurlResult();
+    if (std::find(std::begin(kBrokenOnTheWay), std::end(kBrokenOnTheWay), code) != std::end(kBrokenOnTheWay)) {
+        return RELAYD_RET_ERR_NETWORK;
+    }
+    const auto result = request.GetError();
+    return GetErrorStr(result) == GetErrorStr(RELAYD_RET_ERR_UNKNOWN) ? RELAYD_RET_ERR_UNKNOWN : result;
+}
+
 // By the library the log would show an answer that is no JSON, and half an answer may hold a whole secret.
 bool ParseAnswer(const std::string& text, Json::Value& body) {
     std::string problems;
@@ -61,7 +79,7 @@ bool ParseAnswer(const std::string& text, Json::Value& body) {
 
 Answer ReadAnswer(const Request& request) {
     Answer answer;
-    answer.result = request.GetError();
+    answer.result = ResultOf(request);
     if (answer.result != RELAYD_RET_SUCCESS) {
         return answer;
     }

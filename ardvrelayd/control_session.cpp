@@ -39,14 +39,15 @@ void ControlSession::Start(milliseconds delay) {
     if (phase_ != Phase::kOff) {
         return;
     }
-    hasBegun_ = false;
     error_ = RELAYD_RET_SUCCESS;
     backOff_.Reset();
+    isHoldingOff_ = delay > milliseconds(0);
     next_.Start(delay);
     Enter(Phase::kRetrying);
 }
 
 void ControlSession::Stop() {
+    isHoldingOff_ = false;
     next_.Stop();
     ForgetSession();
     error_ = RELAYD_RET_SUCCESS;
@@ -95,7 +96,7 @@ void ControlSession::Send(const ServerConf& server, const Json::Value& message, 
 
 void ControlSession::RegisterAt(bool isGlobal) {
     ForgetSession();
-    hasBegun_ = true;
+    isHoldingOff_ = false;
     isAtGlobalServer_ = isGlobal;
     Enter(Phase::kRegistering);
     Send(Server(), RegisterMessage(device_.Configuration(), device_.Network()), "register",

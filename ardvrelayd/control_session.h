@@ -72,8 +72,9 @@ public:
     /** The last failure, as long as it is not over. */
     ARDV::Relay::RELAYD_RET Error() const { return error_; }
     bool IsOff() const { return phase_ == Phase::kOff; }
-    /** Whether the first registration since `Start` is still to come. */
-    bool IsYetToBegin() const { return phase_ == Phase::kRetrying && !hasBegun_; }
+
+    /** Whether the first registration is still to come, at a time drawn so that devices that start together don't come together. */
+    bool IsHoldingOff() const { return isHoldingOff_; }
     bool IsStanding() const { return phase_ == Phase::kStanding; }
 
     /** Whether something is under way or due that leads on. */
@@ -136,8 +137,8 @@ private:
     Phase phase_ = Phase::kOff;
     ARDV::Relay::RELAYD_RET error_ = ARDV::Relay::RELAYD_RET_SUCCESS;
     Credentials credentials_;
-    bool hasBegun_ = false;
     bool isReachable_ = false;
+    bool isHoldingOff_ = false;
     bool isAtGlobalServer_ = false;  // the session, or the try at one
     int moves_ = 0;
     std::chrono::seconds keepAlive_{};

@@ -15,6 +15,16 @@ Descriptor::~Descriptor() {
     }
 }
 
+void FillStandardDescriptors() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
 void KeepDescriptorsFromChildren() {
     constexpr int kFirst = STDERR_FILENO + 1;
     constexpr int kEnd = 256;

@@ -23,6 +23,12 @@ private:
 };
 
 /**
+ * Opens /dev/null for those of the first three descriptors that are closed. The next file or socket would have their numbers, and the
+ * log be written into it.
+ */
+void FillStandardDescriptors();
+
+/**
  * Makes every descriptor of this process but the first three close-on-exec, for the sake of those that libraries make
  * without it: what the daemon starts inherits nothing. Takes one system call with Linux 5.11 or newer; with an older one
  * it reaches descriptors below 256. Keeps errno.

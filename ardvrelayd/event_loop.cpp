@@ -2,7 +2,6 @@
 #include "event_loop.h"
 
 #include <event2/event.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -37,13 +36,6 @@ event_base* MakeBase() {
         return nullptr;
     }
     return event_base_new_with_config(config.get());
-}
-
-// libevent reads a clock that moves on once in a tick of the kernel.
-nanoseconds ClockTick() {
-    timespec tick = {};
-    clock_getres(CLOCK_MONOTONIC_COARSE, &tick);
-    return seconds(tick.tv_sec) + nanoseconds(tick.tv_nsec);
 }
 
 timeval ToTimeval(nanoseconds duration) {
@@ -116,9 +108,8 @@ void Timer::Start(milliseconds delay) {
 }
 
 void Timer::Arm() {
-    static const nanoseconds tick = ClockTick();
     const nanoseconds left = *deadline_ - Clock::now();
-    const timeval time = ToTimeval(left > nanoseconds::zero() ? left + tick : nanoseconds::zero());
+    const timeval time = ToTimeval(std::max(left, nanoseconds::zero()));
     evtimer_add(event_.get(), &time);
 }
 
@@ -134,6 +125,7 @@ std::optional<milliseconds> Timer::Remaining() const {
     return std::chrono::floor<milliseconds>(*deadline_ - Clock::now());
 }
 
+// libevent goes by a clock that moves on once in a tick of the kernel: it may be early by one.
 void Timer::Fire() {
     if (Clock::now() < *deadline_) {
         Arm();

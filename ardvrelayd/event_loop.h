@@ -83,8 +83,8 @@ private:
 
 /**
  * Calls back once, after a while. It goes by the monotonic clock: setting the time of day doesn't move it, and it stands still
- * while the machine is suspended. It is never early, and late by two of the kernel's ticks at most (8 ms at 250 Hz) while the
- * loop is not held up.
+ * while the machine is suspended. It is never early, and late by one of the kernel's ticks (4 ms at 250 Hz) at most while the loop
+ * is not held up.
  */
 class Timer {
 public:

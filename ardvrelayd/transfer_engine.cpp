@@ -93,7 +93,7 @@ std::unique_ptr<Transfer> TransferEngine::Start(std::shared_ptr<Request> request
     if (!job->request->JobAdd(multi_.get())) {
         Note(job, CURLE_FAILED_INIT);
     }
-    Gather();  // libcurl calls nobody for what has failed already
+    Gather();  // libcurl need not call anybody for what has failed already
     DeliverSoon();
     return token;
 }

@@ -22,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr auto kSettled = std::chrono::seconds(25);  // a connection's time limit ends after 20
+constexpr auto kAfterReport = std::chrono::seconds(1);
 
 // Wherever the daemon writes; the servers and inadyn have folders of their own.
 constexpr const char* kWrittenFolders[] = {"/usr/ardv", "/etc/ardv", "/run", "/var/log"};
@@ -141,13 +142,14 @@ void MeasureIdle(ServiceSide& side, std::chrono::seconds window, Verdicts& verdi
     const auto& daemon = *idlers.front().process;
     RunToEnd({ARDV_TOOL, "wait", "--for=login"});
     RunToEnd({ARDV_TOOL, "wait", "--for=alias"});
+    daemon.AwaitQuiet(kSettled);
     const auto first = WakeUps();
     const auto second = WakeUps();
     const auto ofOneReport = second - first;
     if (ofOneReport < 1) {
         throw std::runtime_error("the daemon does not count its wake-ups");
     }
-    daemon.AwaitQuiet(kSettled);
+    daemon.AwaitQuiet(kAfterReport);
     Watch(idlers, window, verdicts);
     verdicts.Judge("idle: wake-ups", static_cast<double>(WakeUps() - second - ofOneReport));
     PrintTable(idlers, window);

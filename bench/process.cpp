@@ -23,6 +23,7 @@ namespace {
 constexpr auto kPatience = std::chrono::minutes(3);
 constexpr auto kPatienceAtTheEnd = std::chrono::seconds(10);
 constexpr auto kGlance = std::chrono::milliseconds(2);
+constexpr int kGlancesPerQuiet = 20;
 constexpr int kTracedCall = SIGTRAP | 0x80;  // PTRACE_O_TRACESYSGOOD
 constexpr int kCallsOfBecome = 3;            // before it starts the program
 
@@ -117,17 +118,18 @@ nanoseconds Process::Cpu() const {
 }
 
 void Process::AwaitQuiet(std::chrono::milliseconds length) const {
-    const auto end = Clock::now() + kPatience;
-    for (auto before = ReadFigures(pid_).timeSlices;;) {
-        std::this_thread::sleep_for(length);
+    const auto begin = Clock::now();
+    auto changedAt = begin;
+    for (auto before = ReadFigures(pid_).timeSlices; Clock::now() - changedAt < length;) {
+        std::this_thread::sleep_for(length / kGlancesPerQuiet);
         const auto now = ReadFigures(pid_).timeSlices;
-        if (now == before) {
-            return;
+        if (now != before) {
+            before = now;
+            changedAt = Clock::now();
         }
-        if (Clock::now() > end) {
+        if (changedAt - begin > kPatience) {
             throw std::runtime_error("a process does not come to rest");
         }
-        before = now;
     }
 }
 

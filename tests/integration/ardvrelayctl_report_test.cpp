@@ -117,6 +117,11 @@ TEST_F(ArdvrelayctlReport, ShowsOnlyTheEndOfALog) {
     EXPECT_THAT(result.out, HasSubstr("  line 1990\n"));
     EXPECT_THAT(result.out, Not(HasSubstr("  line 1989\n")));
     EXPECT_THAT(result.out, HasSubstr("  line 1999\n"));
+    const std::string longLine(5000, 'x');
+    WriteText("/var/log/ardvrelayd.log", longLine + "\n" + longLine + "\nlast\n");
+    const auto lines = RunJson({"report"})["log"];
+    EXPECT_EQ(lines.size(), 2U) << "whole ones alone";
+    EXPECT_EQ(lines[0], longLine);
 }
 
 }  // namespace

@@ -28,8 +28,9 @@ inline constexpr const char kLoggedIn[] = "login success";
 /** The JSON of a text; null where it is none. */
 inline Json::Value JsonFrom(const std::string& text) {
     Json::Value value;
-    std::istringstream(text) >> value;
-    return value;
+    std::istringstream stream(text);
+    std::string problems;
+    return Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &problems) ? value : Json::Value();
 }
 
 /** Names a parametrised test by its parameter's `name`. */

@@ -27,7 +27,7 @@ class RegistrationOutage : public DaemonTest, public testing::WithParamInterface
 
 const Outage kRegistrationOutages[] = {
     {"Reset", R"({"kind":"reset"})", "starting err_network"},
-    {"Cut", R"({"kind":"cut"})", "starting err_unknown"},
+    {"Cut", R"({"kind":"cut"})", "starting err_network"},
     {"Http500", R"({"kind":"status","status":500})", "starting err_server_busy"},
     {"Http503WithABody", R"({"kind":"status","status":503,"body":"{\"errno\":0}"})", "starting err_server_busy"},
     {"Http404", R"({"kind":"status","status":404})", "starting err_network"},

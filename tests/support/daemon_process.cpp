@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
+#include <thread>
 #include <utility>
 
 #include <relay/daemon/daemon.h>
@@ -24,7 +26,7 @@ using ARDV::Relay::Daemon;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds kLook{10};
+constexpr milliseconds kLook{2};
 
 // A daemon that went into the background is its former grandparent's child, and can be waited for.
 pid_t StartInBackground(std::vector<std::string> words) {
@@ -36,9 +38,19 @@ pid_t StartInBackground(std::vector<std::string> words) {
     return static_cast<pid_t>(std::atol(ReadText(kDaemonPidFile).c_str()));
 }
 
+bool HasPendingSignals(pid_t pid) {
+    constexpr std::string_view kField = "ShdPnd:\t";
+    const std::string status = ReadText("/proc/" + std::to_string(pid) + "/status");
+    const auto place = status.find(kField);
+    return place != std::string::npos && std::strtoull(status.c_str() + place + kField.size(), nullptr, 16) != 0;
+}
+
 }  // namespace
 
 bool Await(const std::function<bool()>& isTrue, milliseconds limit) {
+    if (isTrue()) {
+        return true;  // a watch costs more than most of what is waited for
+    }
     const FolderWatch watch("/tmp");
     const auto end = Clock::now() + limit;
     while (!isTrue()) {
@@ -96,6 +108,19 @@ void DaemonProcess::Signal(int signal) const {
     if (pid_ > 0) {
         ::kill(pid_, signal);
     }
+}
+
+// The daemon's handler puts each into a pipe; of two that are pending for it at once the second is lost.
+bool DaemonProcess::SignalAndSee(int signal) const {
+    const auto end = Clock::now() + kPatience;
+    Signal(signal);
+    while (HasPendingSignals(pid_)) {
+        if (Clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 bool DaemonProcess::Reload() const {

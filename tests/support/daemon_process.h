@@ -54,6 +54,9 @@ public:
     bool Runs() const;
     void Signal(int signal) const;
 
+    /** Sends a signal, and waits until the daemon has noticed it, so that one more of its kind is not lost. */
+    bool SignalAndSee(int signal) const;
+
     /** Sends SIGHUP, and waits until the daemon has read its configuration again. */
     bool Reload() const;
 

@@ -18,7 +18,8 @@ ardv_add_test(ardv_daemon_upper_tests
   support/http_server.cpp
   support/shifted_clock.cpp
   $<TARGET_OBJECTS:ardv_daemon_objects>)
-target_include_directories(ardv_daemon_upper_tests PRIVATE ${PROJECT_SOURCE_DIR}/ardvrelayd)
+target_include_directories(ardv_daemon_upper_tests PRIVATE
+  ${PROJECT_SOURCE_DIR}/ardvrelayd $<TARGET_PROPERTY:ardvrelayd_objects,INCLUDE_DIRECTORIES>)
 target_compile_definitions(ardv_daemon_upper_tests PRIVATE
   ARDV_DAEMON="$<TARGET_FILE:ardvrelayd_program>"
   ARDV_MAKE_CERTIFICATES="${PROJECT_SOURCE_DIR}/sandbox/make-certificates"

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include <relay/common/deployment.h>
 #include <relay/config/config.h>
 
 #include "exit_code.h"
@@ -78,6 +79,7 @@ Keys KeysOfTheConfiguration() {
     configuration.Write(all, true);
     all["server_alias"] = Json::Value();
     configuration.GetAliasConf().Write(all["server_alias"], false);
+    all["server_kova"]["host"] = Deployment::kAccountHost;  // shown only where it is another one
     Keys keys;
     for (const auto& key : file.getMemberNames()) {
         const auto& value = all[key];
@@ -91,9 +93,9 @@ Keys KeysOfTheConfiguration() {
             }
         }
     }
-    Replace(keys, configuration.GetControlServer().GetHost(), "global.tethra.example");
-    Replace(keys, configuration.GetAliasConf().GetUrl(), "https://alias.tethra.example");
-    Replace(keys, all["server_kova"]["host"].asString(), "account.ardvex.example");
+    Replace(keys, Deployment::kGlobalControlHost, "global.tethra.example");
+    Replace(keys, Deployment::kAliasUrl, "https://alias.tethra.example");
+    Replace(keys, Deployment::kAccountHost, "account.ardvex.example");
     return keys;
 }
 
@@ -135,7 +137,7 @@ TEST_F(ConfPage, DescribesTheMembersOfAService) {
 
 TEST_F(ConfPage, HasAnExampleThatTheDaemonCanUse) {
     WriteText("/etc/ardv/services.d/x.json",
-              R"([{"service":"dms_https","section":"HOS","title":"https"},{"service":"ssh","ports":["22"]}])");
+              R"([{"service":"dms_https","ports":["5001"]},{"service":"ssh","ports":["22"]}])");
     WriteText(kConfigFile, Example());
     const auto result = RunProgram({ARDV_DAEMON, "--check-config"});
     EXPECT_EQ(result.exitCode, ardv::daemon::kExitSuccess);

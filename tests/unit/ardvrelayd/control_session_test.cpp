@@ -437,18 +437,6 @@ TEST_F(SessionTest, EndsWithNothingUnderWay) {
     EXPECT_EQ(server_.Seen("wait")[1]["channel"], "c2");
 }
 
-TEST_F(SessionTest, IsYetToBeginUntilItRegistersForTheFirstTime) {
-    server_.Answer("register", "busy", 503);
-    Begin(kLongPlans);
-    EXPECT_TRUE(session_->IsYetToBegin());
-    ASSERT_TRUE(RunUntilFailures(1));
-    EXPECT_FALSE(session_->IsYetToBegin()) << "what follows is another try";
-    session_->Stop();
-    EXPECT_FALSE(session_->IsYetToBegin());
-    session_->Start(0ms);
-    EXPECT_TRUE(session_->IsYetToBegin());
-}
-
 TEST_F(SessionTest, EndsAlsoWhileItRegisters) {
     Begin(kLongPlans);
     ASSERT_TRUE(RunUntil([&] { return !engine_.Transfers().empty(); }));

@@ -65,7 +65,8 @@ TEST(DaemonTimer, CallsBackOnce) {
 
 TEST(DaemonTimer, IsNeverEarlyAndHardlyLate) {
     EventLoop loop;
-    for (int delay = 0; delay < 40; ++delay) {
+    constexpr unsigned kTimers = 40;
+    for (unsigned delay = 0; delay < kTimers; ++delay) {
         Timer timer(loop, "t", [&] { loop.Stop(); });
         const auto start = steady_clock::now();
         timer.Start(milliseconds(delay));
@@ -74,6 +75,7 @@ TEST(DaemonTimer, IsNeverEarlyAndHardlyLate) {
         EXPECT_GE(taken, milliseconds(delay));
         EXPECT_LT(taken, milliseconds(delay) + 100ms);
     }
+    EXPECT_EQ(loop.Turns(), kTimers) << "nor does the loop wake up early";
 }
 
 TEST(DaemonTimer, CountsFromItsStartAlsoInALongCallback) {
@@ -88,6 +90,7 @@ TEST(DaemonTimer, CountsFromItsStartAlsoInALongCallback) {
     first.Start(0ms);
     loop.Run();
     EXPECT_GE(steady_clock::now() - start, 50ms);
+    EXPECT_EQ(loop.Turns(), 2U);
 }
 
 TEST(DaemonTimer, TakesANegativeDelayForNone) {

@@ -273,11 +273,12 @@ TEST_F(Transfers, AreGivenUpWithTheirToken) {
 }
 
 TEST_F(Transfers, AreGivenUpAlsoBetweenTheirEndAndDone) {
-    const CapturedLog log;
+    const CapturedLog log(3);
     auto failed = Start(Get("nosuch://127.0.0.1/"));
     failed.reset();
     RunFor(loop_, 30ms);
     EXPECT_THAT(outcomes_, IsEmpty());
+    EXPECT_THAT(log.Messages(), IsEmpty());
 }
 
 TEST_F(Transfers, MayBeGivenUpByTheDoneOfAnother) {
