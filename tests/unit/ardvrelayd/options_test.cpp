@@ -172,17 +172,6 @@ TEST(Program, EndsWithItsOwnCodeForWrongUse) {
     EXPECT_EQ(wrong.err, "ardvrelayd: there is no option --nonsense; --help tells more\n");
 }
 
-TEST(Program, TellsASystemThatRefusesFromAPidFileThatCannotBeMade) {
-    const auto refused =
-        ardv::test::RunProgram({"sh", "-c", "ulimit -n 4; exec " ARDV_DAEMON});  // no pipe to the background
-    EXPECT_EQ(refused.exitCode, kExitFailed) << refused.err;
-    for (const auto& options : {std::vector<std::string>{}, std::vector<std::string>{"--foreground"}}) {
-        auto words = options;
-        words.insert(words.end(), {"--pid-file", "/nowhere/at/all.pid"});
-        EXPECT_EQ(RunDaemon(words).exitCode, kExitPidFile);
-    }
-}
-
 TEST(Program, SaysThatItKeepsNoCertificateYet) {
     const auto worker = RunDaemon({"-L"});
     EXPECT_EQ(worker.exitCode, kExitNotSupported);
