@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /**
  * @file
- * The library for programs in C. Everything is read from "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf"; nothing throws.
+ * The library for programs in C. Everything is read from "/usr/ardv/etc/ardvrelayd/ardvrelayd.conf"; a file that is no JSON is moved aside
+ * by that, to the same name with ".bad" at its end. Nothing throws: want of memory is a failure, -1.
  */
 #pragma once
 
@@ -25,9 +26,10 @@ ARDVRELAYD_API int ALIBRelaydLogStart(const char* logFile);
 
 /**
  * Switches the debug log off: removes "log_level" and "log_file" from the configuration, and has a running daemon read it again, as
- * `ALIBRelaydLogStart`. A configuration that cannot be read is replaced by an empty one.
+ * `ALIBRelaydLogStart`. Where there is no configuration, a damaged one, or one that the caller may not read, an empty one is written; one
+ * that is no object is written back as it is.
  *
- * @return 0; -1 if the configuration cannot be written
+ * @return 0; -1 if the configuration cannot be written, and for want of memory, which leaves it as it was
  */
 ARDVRELAYD_API int ALIBRelaydLogStop(void);
 
@@ -38,8 +40,8 @@ ARDVRELAYD_API int ALIBRelaydLogStop(void);
  * @param buffer takes the server identifier, cut to `size` - 1 bytes and always terminated; may be null. Empty where
  * there is none; filled also where the result is 0 because the service is not offered.
  * @param size size of `buffer` in bytes
- * @return 1 if there is a server identifier and the service, if one is named, is offered; 0 if not; -1 if the
- * configuration cannot be read
+ * @return 1 if there is a server identifier and the service, if one is named, is offered; 0 if not; -1, with an empty text in `buffer`, if
+ * the configuration cannot be read or is no JSON object
  */
 ARDVRELAYD_API int ALIBRelaydGetServerId(const char* service, char* buffer, size_t size);
 

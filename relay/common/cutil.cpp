@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <relay/common/ardvrelayd.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <regex>
 #include <string>
+#include <system_error>
 
 #include <relay/config/config.h>
 #include <relay/config/paths.h>
@@ -23,12 +27,20 @@ constexpr std::size_t kMatches = 2;  // the whole and its one group
 constexpr const char kLogLevelKey[] = "log_level";
 constexpr const char kLogFileKey[] = "log_file";
 
-Json::Value ReadConfiguration() {
-    Json::Value configuration;
-    if (!RelaydConf::ReadJsonFile(Paths::kMainConfigFile, configuration)) {
+bool ReadConfiguration(Json::Value& configuration) {
+    const bool isRead = RelaydConf::ReadJsonFile(Paths::kMainConfigFile, configuration);
+    if (!isRead) {
         RELAY_LOG(LOG_DEBUG, "invalid relayd config, %s", Paths::kMainConfigFile);
     }
-    return configuration;
+    return isRead;
+}
+
+// After a damaged file was moved aside none is left. One that is still there and may be read was kept from being read by want of
+// memory or by the disk, for now.
+bool HasReadableConfiguration() {
+    std::error_code unknown;
+    return std::filesystem::is_regular_file(Paths::kMainConfigFile, unknown) &&
+           access(Paths::kMainConfigFile, R_OK) == 0;
 }
 
 bool Offers(const Json::Value& configuration, const std::string& service) {
@@ -72,8 +84,8 @@ int SaveForDaemon(const Json::Value& configuration) {
 }
 
 int StartLog(const char* logFile) {
-    Json::Value configuration = ReadConfiguration();
-    if (!configuration.isObject()) {
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) || !configuration.isObject()) {
         return -1;
     }
     configuration[kLogLevelKey] = LOG_DEBUG;
@@ -81,9 +93,13 @@ int StartLog(const char* logFile) {
     return SaveForDaemon(configuration);
 }
 
-// A configuration of another kind has nothing to remove; it is written back as it is.
+// Deliberately writes an empty configuration in the place of one that cannot be read: what wants the log off wants a file that works. One
+// of another kind has nothing to remove; it is written back as it is.
 int StopLog() {
-    Json::Value configuration = ReadConfiguration();
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) && HasReadableConfiguration()) {
+        return -1;
+    }
     if (configuration.isNull()) {
         configuration = Json::Value(Json::objectValue);
     }
@@ -95,8 +111,8 @@ int StopLog() {
 }
 
 int GetServerId(const char* service, char* buffer, std::size_t size) {
-    const Json::Value configuration = ReadConfiguration();
-    if (!configuration.isObject()) {
+    Json::Value configuration;
+    if (!ReadConfiguration(configuration) || !configuration.isObject()) {
         return -1;
     }
     const auto serverId = JsonText::StringMember(configuration, "serverID").value_or("");

@@ -25,7 +25,8 @@ namespace ARDV::Relay {
  * queries need no call before them.
  *
  * Operations that signal a process never signal a process group: a pid file or a status file that names no single process (such as an
- * empty pid file, which libdaemon reads as 0) names no daemon.
+ * empty pid file, which libdaemon reads as 0) names no daemon. Whoever looks at the pid file removes one whose process is gone, and waits
+ * while another process holds a lock (fcntl(2)) on it, as libdaemon does.
  *
  * Results are numbers of `RELAYD_RET`, besides which 1 says that no daemon runs and 2 that it could not be signalled. Nothing throws for
  * what other processes left in files.
@@ -108,7 +109,10 @@ public:
     /**
      * Has libdaemon collect SIGINT, SIGTERM, SIGQUIT, SIGPIPE, SIGHUP, SIGCHLD, SIGALRM, SIGUSR1, SIGUSR2 and SIGRTMIN+1 to SIGRTMIN+3:
      * wait for `daemon_signal_fd()` to be readable and take each by `daemon_signal_next()`. Both ends of the pipe behind it are
-     * close-on-exec. A child that goes on without exec must call `daemon_signal_done()`, or it takes signals from its parent.
+     * close-on-exec. A child that goes on without exec must call `daemon_signal_done()`, or it takes signals from its parent. Without
+     * a pipe nothing is handled, and `daemon_signal_fd()` is -1.
+     *
+     * Each signal is unblocked first: one that waits already takes its default effect unless it has a handler.
      */
     static void InitSignalHandler();
 
@@ -166,8 +170,9 @@ public:
      * root. It is never moved or changed here, and no lock is taken.
      *
      * @param status the whole file, also with results 1 and 255 as far as it is JSON; as it was if it is not
-     * @return 0 if the daemon that wrote it runs; 1 if it does not, or if there is no file that counts. 255, with a message of priority 3
-     *         in the system log, if the file is no JSON, too large, or has no "pid" of 32 bits other than -1.
+     * @return 0 if the daemon that wrote it runs; 1 if it does not, may not be signalled by this user, or if there is no file that counts.
+     *         255, with a message of priority 3 in the system log, if the file is no JSON, too large, or has no "pid" of 32 bits other
+     *         than -1.
      */
     static int GetStatus(Json::Value& status);
 
@@ -184,7 +189,7 @@ public:
     static bool GetStatus(std::string& serverId, std::string& state, std::string& error, const char* service);
 
     /**
-     * Prints what is to be known to standard output.
+     * Prints what is to be known to standard output. A damaged configuration or alias status that is read for it is moved aside.
      *
      * @param debug the daemon's report (`DebugStatus`), on one line of JSON. Else, from status file, configuration and alias status, the
      *              lines "serverID: ", "state: ", "alias: ", "alias_status: " and, after a failure, "error: ".
@@ -196,7 +201,8 @@ public:
     /**
      * Fetches the daemon's diagnostic report. The daemon, on SIGUSR1, writes one JSON document of at most `kMaxJsonFileSize` bytes into
      * `GetReportFile`, which is made, locked exclusively and deleted here: it must be written in place, not replaced, and within a few
-     * milliseconds. Calls `LibInit`. Messages go to the system log.
+     * milliseconds. What a requester that was killed left in the file is taken for the report, if it is whole. Calls `LibInit`. Messages go
+     * to the system log.
      *
      * @param report the document; null unless the result is 0
      * @return 0; 1 if no daemon runs (priority 3 if it cannot be signalled); 11 if another request is under way (priority 6), or if no
@@ -205,7 +211,8 @@ public:
     static int DebugStatus(Json::Value& report);
 
     /**
-     * Asks the daemon that wrote the status file to update its alias now, by SIGRTMIN+1.
+     * Asks the daemon that wrote the status file to update its alias now, by SIGRTMIN+1. That process is taken for the daemon unseen: if the
+     * daemon was killed, and its number given to another process, that one is signalled.
      *
      * @return 0 if the signal was sent; else 1 or 255 as `GetStatus`
      */

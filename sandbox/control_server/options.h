@@ -16,7 +16,7 @@ struct ControlOptions {
     std::string scenario;               ///< JSON file; empty: none
     int keepAlive = kDefaultKeepAlive;  ///< seconds that devices are told
     int hold = 3600;                    ///< seconds that a wait is held
-    int resend = 30;                    ///< seconds without a result after which a command is sent again
+    int resend = 5;                     ///< seconds without a result after which a command is sent again
     int expire = 0;                     ///< seconds without a sign of life that end a session; 0: 3 x keepAlive
 };
 

@@ -105,7 +105,7 @@ protected:
 
     /** A program that is the control server in the network at the other end of the wire. */
     std::string ProgramOutside() const {
-        const std::string program = "/run/control-server-outside";
+        std::string program = "/run/control-server-outside";
         WriteText(program, "#!/bin/sh\nexec nsenter -t " + outside_.Name() + " -n " ARDV_CONTROL_SERVER " \"$@\"\n");
         std::filesystem::permissions(program, std::filesystem::perms::owner_all);
         return program;

@@ -327,7 +327,7 @@ TEST_F(DaemonSession, IsNotDrivenRoundByCommandsWithoutEnd) {
     EXPECT_EQ(alias.Requests().size(), 1U);
     control.ClearFault();
     EXPECT_TRUE(AwaitWait());
-    EXPECT_TRUE(Await([&] { return control.Results().size() >= 1; }));
+    EXPECT_TRUE(Await([&] { return !control.Results().empty(); }));
 }
 
 TEST_F(DaemonSession, CarriesACommandOutOnceHoweverOftenItComes) {

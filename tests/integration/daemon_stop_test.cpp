@@ -151,7 +151,7 @@ TEST_F(DaemonStop, KeepsItsDescriptorsFromChildren) {
     std::size_t count = 0;
     for (const auto& entry :
          std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->Pid()) + "/fdinfo")) {
-        const int number = std::atoi(entry.path().filename().c_str());
+        const auto number = std::strtol(entry.path().filename().c_str(), nullptr, 10);
         const auto text = ReadText(entry.path());
         const auto flags = std::strtoul(text.c_str() + text.find("flags:") + sizeof "flags:", nullptr, 8);
         EXPECT_TRUE(number <= 2 || (flags & O_CLOEXEC) != 0) << number << " " << text;

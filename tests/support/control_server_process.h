@@ -44,7 +44,8 @@ public:
     /** The known devices by serial: {"token", "serverID"}. */
     Json::Value Devices() const { return Ask("GET", "/sandbox/devices")["devices"]; }
 
-    /** The commands that have no result yet, by serverID, and the results that came, oldest first. */
+    /** The commands that have no result yet, by serverID, and the results as they came, oldest first: one that
+     * was told by a wait without an answer is told again. */
     Json::Value Commands() const { return Ask("GET", "/sandbox/commands"); }
     Json::Value Results() const { return Ask("GET", "/sandbox/results"); }
 

@@ -29,13 +29,13 @@ using Clock = std::chrono::steady_clock;
 constexpr milliseconds kLook{2};
 
 // A daemon that went into the background is its former grandparent's child, and can be waited for.
-pid_t StartInBackground(std::vector<std::string> words) {
+pid_t StartInBackground(const std::vector<std::string>& words) {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     const auto started = RunProgram(words);
     if (started.exitCode != 0) {
         throw std::runtime_error("the daemon did not start: " + std::to_string(started.exitCode) + " " + started.err);
     }
-    return static_cast<pid_t>(std::atol(ReadText(kDaemonPidFile).c_str()));
+    return static_cast<pid_t>(std::strtol(ReadText(kDaemonPidFile).c_str(), nullptr, 10));
 }
 
 bool HasPendingSignals(pid_t pid) {
@@ -89,7 +89,7 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& options, Place plac
     std::vector<std::string> words{ARDV_DAEMON};
     words.insert(words.end(), options.begin(), options.end());
     if (place == Place::kBackground) {
-        pid_ = StartInBackground(std::move(words));
+        pid_ = StartInBackground(words);
         return;
     }
     words.emplace_back("--foreground");
@@ -153,7 +153,7 @@ std::size_t DaemonProcess::Descriptors() const {
 long DaemonProcess::Memory() const {
     const std::string status = ReadText("/proc/" + std::to_string(pid_) + "/status");
     const auto place = status.find("RssAnon:");
-    return place == std::string::npos ? -1 : std::atol(status.c_str() + place + sizeof "RssAnon:");
+    return place == std::string::npos ? -1 : std::strtol(status.c_str() + place + sizeof "RssAnon:", nullptr, 10);
 }
 
 }  // namespace ardv::test

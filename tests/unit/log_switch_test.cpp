@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -12,12 +13,14 @@
 #include "support/memory_faults.h"
 #include "support/program.h"
 #include "support/signalled_process.h"
+#include "unit/platform/child_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 using namespace ardv::test;
+using ARDV::Platform::Test::ChildProcess;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -148,9 +151,26 @@ TEST_F(LogSwitch, ThrowsNothingWhereMemoryRunsOut) {
             isShort = IsShortOfMemory(failures,
                                       [&] { result = isOn ? ALIBRelaydLogStart("/tmp/x.log") : ALIBRelaydLogStop(); });
             EXPECT_THAT(result, testing::AnyOf(0, isShort ? -1 : 0)) << failures;
+            EXPECT_EQ(Configuration()["serverID"], "abc") << failures;
         }
         EXPECT_GT(failures, 5);
     }
+}
+
+TEST_F(LogSwitch, OffWritesAnEmptyConfigurationForOneThatItMayNotRead) {
+    constexpr int kNoOtherUser = 77;
+    WriteText(kConfigFile, R"({"serverID":"abc"})");
+    fs::permissions(kConfigFile, fs::perms(0));
+    fs::permissions(fs::path(kConfigFile).parent_path(), fs::perms(0777));
+    const CapturedLog log(0);
+    const int result = ChildProcess([] {
+                           return geteuid() != 0 || setuid(65534) != 0 ? kNoOtherUser : ALIBRelaydLogStop() + 2;
+                       }).Wait();
+    if (result == kNoOtherUser) {
+        GTEST_SKIP() << "this machine lets no test act as another user";
+    }
+    EXPECT_EQ(result - 2, 0);
+    EXPECT_EQ(Configuration(), Json::Value(Json::objectValue));
 }
 
 class LoadedByAProgramInC : public DaemonTest {

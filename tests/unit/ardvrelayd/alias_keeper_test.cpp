@@ -16,7 +16,6 @@ using namespace ardv::test;
 using namespace ardv::daemon;
 using namespace ARDV::Relay;
 using namespace std::chrono_literals;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -75,7 +74,8 @@ private:
 class AliasKeeperTest : public DeviceTest {
 protected:
     AliasKeeperTest() { fs::remove_all(kStatusFile); }
-    ~AliasKeeperTest() override { fs::remove_all(kStatusFile); }
+
+    void TearDown() override { fs::remove_all(kStatusFile); }
 
     void WriteConfiguration(const std::string& alias, const std::string& id = "box-1") {
         Json::Value configuration;

@@ -89,7 +89,7 @@ Keys KeysOfTheConfiguration() {
             keys[key] = "server, default " + UrlOf(value);
         } else {
             for (const auto& member : value.getMemberNames()) {
-                keys[key + "." + member] = WithDefault(value[member]);
+                keys.emplace(std::string(key).append(".").append(member), WithDefault(value[member]));
             }
         }
     }
