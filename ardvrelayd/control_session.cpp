@@ -17,7 +17,6 @@ using std::chrono::seconds;
 namespace {
 
 constexpr seconds kUsualKeepAlive{3600};
-constexpr seconds kLasting{60};  // a session, or a wait, that stood for so long was a success
 constexpr int kMaxMoves = 3;
 constexpr std::uint32_t kFailuresBeforeGlobal = 3;
 

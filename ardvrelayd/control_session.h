@@ -86,6 +86,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr std::chrono::seconds kLasting{60};  // a session, or a wait, that stood for so long was a success
+
     enum class Phase {
         kOff,          // not wanted
         kRetrying,     // no session; the timer leads to a registration

@@ -16,7 +16,6 @@ using std::chrono::seconds;
 namespace {
 
 constexpr int kProbeSeconds = 60;  // of TCP keep-alive
-constexpr seconds kLasting{60};    // a wait that stood for so long was a success, however it ended
 constexpr seconds kShort{2};       // a server that has nothing to say and ends its waits sooner is asked less often
 constexpr int kShortWaitsInARow = 3;
 constexpr std::size_t kKnownCommands = 256;
