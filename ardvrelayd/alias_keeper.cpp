@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::size_t kMaxExtra = 256;  // of what the server adds, in bytes
 constexpr seconds kUsualPolling{604800};
-constexpr seconds kOverdue{30};  // an event loop that is this late is none
 
 struct TaskRow {
     const char* name;
@@ -264,8 +263,7 @@ void AliasKeeper::Record(const std::string& alias, ALIAS_RET ret, const std::str
 }
 
 bool AliasKeeper::IsHealthy(std::string& why) const {
-    const auto due = next_.Remaining();
-    if (!CanAsk() || isRefused_ || exchange_ || (due && *due > -kOverdue)) {
+    if (!CanAsk() || isRefused_ || exchange_ || next_.IsToBeExpected()) {
         return true;
     }
     why = "the alias is to be kept and nothing leads on";
