@@ -118,10 +118,14 @@ void AliasKeeper::OnReload() {
 
 void AliasKeeper::UpdateNow(Done done) {
     if (!isOn_ || wanted_.alias.empty()) {
-        done(RELAYD_RET_ERR_CONFIG);
+        if (done) {
+            done(RELAYD_RET_ERR_CONFIG);
+        }
         return;
     }
-    askers_.push_back(std::move(done));
+    if (done) {
+        askers_.push_back(std::move(done));
+    }
     OnNetworkChange();
 }
 

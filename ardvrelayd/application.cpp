@@ -107,7 +107,7 @@ void Application::Report() {
 }
 
 void Application::UpdateAlias() {
-    alias_.UpdateNow([](RELAYD_RET) {});
+    alias_.UpdateNow({});
 }
 
 void Application::OnNetworkChange() {

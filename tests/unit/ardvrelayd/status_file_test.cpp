@@ -183,3 +183,14 @@ TEST_F(StatusFileTest, IsTriedAgainAfterAFailure) {
     file.Publish(LoggedIn());
     EXPECT_EQ(Published()["state"], RELAYD_STATE_LOGIN);
 }
+
+TEST_F(StatusFileTest, IsTriedAgainAfterAFolderStoodInItsPlace) {
+    fs::create_directory(kFile);
+    StatusFile file;
+    const auto messages = MessagesAt(LOG_ERR, [&] { file.Publish(LoggedIn()); });
+    EXPECT_THAT(messages, testing::Contains("status_file.cpp the status is not published"));
+    EXPECT_EQ(file.Writes(), 0U);
+    fs::remove(kFile);
+    file.Publish(LoggedIn());
+    EXPECT_EQ(Published()["state"], RELAYD_STATE_LOGIN);
+}
