@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::size_t kMaxExtra = 256;  // of what the server adds, in bytes
 constexpr seconds kUsualPolling{604800};
-constexpr seconds kOverdue{30};  // an event loop that is this late is none
 
 struct TaskRow {
     const char* name;
@@ -119,10 +118,14 @@ void AliasKeeper::OnReload() {
 
 void AliasKeeper::UpdateNow(Done done) {
     if (!isOn_ || wanted_.alias.empty()) {
-        done(RELAYD_RET_ERR_CONFIG);
+        if (done) {
+            done(RELAYD_RET_ERR_CONFIG);
+        }
         return;
     }
-    askers_.push_back(std::move(done));
+    if (done) {
+        askers_.push_back(std::move(done));
+    }
     OnNetworkChange();
 }
 
@@ -264,8 +267,7 @@ void AliasKeeper::Record(const std::string& alias, ALIAS_RET ret, const std::str
 }
 
 bool AliasKeeper::IsHealthy(std::string& why) const {
-    const auto due = next_.Remaining();
-    if (!CanAsk() || isRefused_ || exchange_ || (due && *due > -kOverdue)) {
+    if (!CanAsk() || isRefused_ || exchange_ || next_.IsToBeExpected()) {
         return true;
     }
     why = "the alias is to be kept and nothing leads on";

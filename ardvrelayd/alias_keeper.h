@@ -50,7 +50,7 @@ public:
     /** The same; the user has had a look at the settings, so that a refusal counts no more. */
     void OnReload();
 
-    /** Maps the alias now, because somebody asks for it. */
+    /** Maps the alias now, because somebody asks for it, who is told unless `done` is empty. */
     void UpdateNow(Done done);
 
     /** Maps the alias now if it is kept: the network has changed. */

@@ -22,6 +22,12 @@ using namespace ARDV::Relay;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+namespace {
+
+constexpr seconds kLongSleep{10};  // a connection may be gone since
+
+}  // namespace
+
 Application::Application(const Options& options, const RelaydConf& configuration)
     : options_(options),
       engine_(loop_),
@@ -31,7 +37,7 @@ Application::Application(const Options& options, const RelaydConf& configuration
       alias_(loop_, engine_, device_, errors_, options.retry),
       signals_(loop_, [this](Command command) { Obey(command); }),
       network_(loop_, [this] { OnNetworkChange(); }),
-      clock_(loop_, [this](const ClockChange&) { OnClockSet(); }),
+      clock_(loop_, [this](const ClockChange& change) { OnClockChange(change); }),
       manager_(loop_, [this](std::string& why) { return IsHealthy(why); }),
       startedAt_(std::chrono::steady_clock::now()) {}
 
@@ -62,11 +68,11 @@ void Application::Obey(Command command) {
 
 void Application::Stop() {
     isStopping_ = true;
+    loop_.Stop();  // first of all: it ends whatever becomes of the rest
     manager_.Stopping();
     session_.Stop();
     alias_.Stop();
     Publish();
-    loop_.Stop();
 }
 
 void Application::Reload() {
@@ -101,7 +107,7 @@ void Application::Report() {
 }
 
 void Application::UpdateAlias() {
-    alias_.UpdateNow([](RELAYD_RET) {});
+    alias_.UpdateNow({});
 }
 
 void Application::OnNetworkChange() {
@@ -119,13 +125,16 @@ void Application::OnNetworkChange() {
     alias_.OnNetworkChange();
 }
 
-void Application::OnClockSet() {
+void Application::OnClockChange(const ClockChange& change) {
     DAEMON_LOG(LOG_NOTICE, "the clock was set");
     if (session_.IsHoldingOff()) {
         return;
     }
     session_.TryNow();
     alias_.OnClockSet();
+    if (change.slept >= kLongSleep) {
+        session_.WaitAnew();
+    }
 }
 
 void Application::OnSessionChange() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include <json/value.h>
@@ -39,7 +40,7 @@ private:
     void Report();
     void UpdateAlias();
     void OnNetworkChange();
-    void OnClockSet();
+    void OnClockChange(const ClockChange& change);
     void OnSessionChange();
     void SwitchOnOrOff(std::chrono::milliseconds delay);
     std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);

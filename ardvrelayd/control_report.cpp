@@ -8,14 +8,7 @@ namespace ardv::daemon {
 
 using namespace ARDV::Relay;
 using std::chrono::duration_cast;
-using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-namespace {
-
-constexpr seconds kOverdue{30};  // an event loop that is this late is none
-
-}  // namespace
 
 const char* ControlSession::NameOf(Phase phase) {
     struct Row {
@@ -54,8 +47,7 @@ bool ControlSession::IsHealthy(std::string& why) const {
     if (phase_ == Phase::kOff || phase_ == Phase::kRefused || exchange_) {
         return true;
     }
-    const auto remaining = next_.Remaining();
-    if (!remaining || *remaining < -kOverdue) {
+    if (!next_.IsToBeExpected()) {
         why = std::string("the control session is ") + NameOf(phase_) + " and nothing leads on";
         return false;
     }

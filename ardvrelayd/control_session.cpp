@@ -17,7 +17,6 @@ using std::chrono::seconds;
 namespace {
 
 constexpr seconds kUsualKeepAlive{3600};
-constexpr seconds kLasting{60};  // a session, or a wait, that stood for so long was a success
 constexpr int kMaxMoves = 3;
 constexpr std::uint32_t kFailuresBeforeGlobal = 3;
 
@@ -48,7 +47,6 @@ void ControlSession::Start(milliseconds delay) {
 
 void ControlSession::Stop() {
     isHoldingOff_ = false;
-    exchange_.reset();
     next_.Stop();
     ForgetSession();
     error_ = RELAYD_RET_SUCCESS;
@@ -119,7 +117,7 @@ const ServerConf& ControlSession::Server() const {
 
 void ControlSession::OnRegistered(const Answer& answer) {
     if (answer.result != RELAYD_RET_SUCCESS) {
-        Fail("register", answer);
+        Fail("register", answer, ActionFor(answer));
         return;
     }
     const auto host = ReadControlHost(answer.body);
@@ -133,7 +131,8 @@ void ControlSession::OnRegistered(const Answer& answer) {
     if (const auto registration = ReadRegistration(answer.body)) {
         Stand(*registration);
     } else {
-        Fail("register", {RELAYD_RET_ERR_UNKNOWN, std::nullopt, {}});
+        const Answer garbled;
+        Fail("register", garbled, ActionFor(garbled));
     }
 }
 
@@ -166,7 +165,7 @@ void ControlSession::KeepAlive() {
 
 void ControlSession::OnKeptAlive(const Answer& answer) {
     if (answer.result != RELAYD_RET_SUCCESS) {
-        answer.serverError ? Fail("keep alive", answer) : Doubt(answer);
+        answer.serverError ? Fail("keep alive", answer, ActionFor(answer)) : Doubt(answer);
         return;
     }
     Adopt(ReadTerms(answer.body));
@@ -189,7 +188,7 @@ void ControlSession::Doubt(const Answer& answer) {
     Note("keep alive", answer);
     ForgiveAfterStanding();
     StopWaiting();
-    const auto action = ActionFor(answer.result);
+    const auto action = ActionFor(answer);
     if (action == Action::kResolveAnew) {
         Request::CleanDnsCache();
     }
@@ -197,8 +196,14 @@ void ControlSession::Doubt(const Answer& answer) {
     Enter(Phase::kDoubtful);
 }
 
+Action ControlSession::ActionFor(const Answer& answer) {
+    return answer.serverError ? daemon::ActionFor(*answer.serverError, answer.result)
+                              : daemon::ActionFor(answer.result);
+}
+
 void ControlSession::Note(const char* what, const Answer& answer) {
-    if (!isAtGlobalServer_ || answer.serverError) {
+    const bool isOnlyGlobalServerAway = isAtGlobalServer_ && phase_ == Phase::kRegistering && !answer.serverError;
+    if (!isOnlyGlobalServerAway) {
         error_ = answer.result;  // else the failure of the control server remains what the user has to know
     }
     auto word = GetErrorStr(answer.result);
@@ -209,11 +214,11 @@ void ControlSession::Note(const char* what, const Answer& answer) {
     DAEMON_LOG(LOG_NOTICE, "%s failed: %s", what, word.c_str());
 }
 
-void ControlSession::Fail(const char* what, const Answer& answer) {
+void ControlSession::Fail(const char* what, const Answer& answer, Action action) {
     Note(what, answer);
     ForgiveAfterStanding();
     ForgetSession();
-    Follow(answer.serverError ? ActionFor(*answer.serverError, answer.result) : ActionFor(answer.result), answer);
+    Follow(action, answer);
 }
 
 void ControlSession::Follow(Action action, const Answer& answer) {
@@ -269,6 +274,7 @@ const BackOffPlan& ControlSession::PlanFor(Action action) const {
 }
 
 void ControlSession::ForgetSession() {
+    exchange_.reset();  // a sign of life may be under way; its answer is no news of another session
     StopWaiting();
     credentials_ = {};
     commands_.clear();

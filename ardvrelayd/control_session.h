@@ -58,6 +58,12 @@ public:
      */
     void TryNow();
 
+    /**
+     * Waits for commands over another connection, where the session stands: that of the wait under way may be dead, and would tell only
+     * after minutes. The answer tells whether the session stands still.
+     */
+    void WaitAnew();
+
     /** The result of a command that was carried out in the background. */
     void Finish(const std::string& id, ARDV::Relay::RELAYD_RET result);
 
@@ -79,6 +85,8 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+
+    static constexpr std::chrono::seconds kLasting{60};  // a session, or a wait, that stood for so long was a success
 
     enum class Phase {
         kOff,          // not wanted
@@ -111,8 +119,9 @@ private:
     void ForgiveWait();
     void StopWaiting();
 
+    static Action ActionFor(const Answer& answer);
     void Note(const char* what, const Answer& answer);
-    void Fail(const char* what, const Answer& answer);
+    void Fail(const char* what, const Answer& answer, Action action);
     void Follow(Action action, const Answer& answer);
     bool MoveTo(const std::string& host);
     void RetryAfter(const BackOffPlan& plan);

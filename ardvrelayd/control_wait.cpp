@@ -16,10 +16,15 @@ using std::chrono::seconds;
 namespace {
 
 constexpr int kProbeSeconds = 60;  // of TCP keep-alive
-constexpr seconds kLasting{60};    // a wait that stood for so long was a success, however it ended
 constexpr seconds kShort{2};       // a server that has nothing to say and ends its waits sooner is asked less often
 constexpr int kShortWaitsInARow = 3;
 constexpr std::size_t kKnownCommands = 256;
+
+// A wait may go over plain HTTP, so anybody could have written its answer: it can end the session and no more. Where the device is
+// to move to, and whether it is refused, it learns from the control server.
+Action AfterSessionEndedByWait(Action action) {
+    return action == Action::kAgainWithFreshNetwork ? action : Action::kAgain;
+}
 
 }  // namespace
 
@@ -42,6 +47,12 @@ void ControlSession::Wait() {
         "wait", std::nullopt);
     if (hasWaitFailed_) {
         waitHolds_.Start(2 * plans_.usual.base);
+    }
+}
+
+void ControlSession::WaitAnew() {
+    if (phase_ == Phase::kStanding) {
+        Wait();
     }
 }
 
@@ -81,11 +92,11 @@ void ControlSession::OnWaited(const Answer& answer) {
 }
 
 void ControlSession::OnWaitFailed(const Answer& answer) {
-    const auto action = answer.serverError ? ActionFor(*answer.serverError, answer.result) : ActionFor(answer.result);
+    const auto action = ActionFor(answer);
     const bool isOnlyLater =
         action == Action::kBackOff || action == Action::kBackOffSlowly || action == Action::kResolveAnew;
     if (!isOnlyLater) {
-        Fail("wait", answer);
+        Fail("wait", answer, AfterSessionEndedByWait(action));
         return;
     }
     Note("wait", answer);
@@ -107,8 +118,7 @@ void ControlSession::ForgiveWait() {
     if (!hasWaitFailed_) {
         return;
     }
-    hasWaitFailed_ = false;
-    waitBackOff_.Reset();
+    hasWaitFailed_ = false;  // the back-off counts on until a wait has lasted
     if (phase_ == Phase::kStanding) {
         error_ = RELAYD_RET_SUCCESS;
         events_.changed();

@@ -46,6 +46,8 @@ timeval ToTimeval(nanoseconds duration) {
 // Far enough for every timer, and no sum overflows.
 constexpr milliseconds kLongestDelay = std::chrono::hours(24 * 365 * 10);
 
+constexpr seconds kOverdue{30};
+
 }  // namespace
 
 void EventRelease::operator()(event* object) const {
@@ -126,6 +128,11 @@ std::optional<milliseconds> Timer::Remaining() const {
 }
 
 // libevent goes by a clock that moves on once in a tick of the kernel: it may be early by one.
+bool Timer::IsToBeExpected() const {
+    const auto remaining = Remaining();
+    return remaining && *remaining > -kOverdue;
+}
+
 void Timer::Fire() {
     if (Clock::now() < *deadline_) {
         Arm();

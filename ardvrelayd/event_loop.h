@@ -106,6 +106,9 @@ public:
     /** The time until the call, rounded down; negative when it is overdue. Nothing where none is outstanding. */
     std::optional<std::chrono::milliseconds> Remaining() const;
 
+    /** Whether a call is outstanding and not yet 30 s overdue: a loop that is so late is none. */
+    bool IsToBeExpected() const;
+
     const std::string& Name() const { return action_->name; }
 
 private:

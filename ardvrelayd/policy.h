@@ -22,7 +22,7 @@ enum class Action {
     kWaitForUser,            ///< nothing, until a setting, the network or the user's mind has changed
 };
 
-/** Where a control exchange was when it failed: an error number may mean more at the server than its result tells. */
+/** What to do about a control server's error number, which may say more than the result that follows from it. */
 Action ActionFor(ARDV::Relay::RELAYSERVER_ERR error, ARDV::Relay::RELAYD_RET result);
 
 /** The same for a result without an error number: the exchange itself failed. */

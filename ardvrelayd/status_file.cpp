@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "status_file.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -43,6 +44,12 @@ Json::Value Document(const Status& status, Json::Int64 since) {
     return document;
 }
 
+// A rename that failed counts as written: in /tmp somebody's folder may stand in the file's place.
+bool IsOwnFile(const char* path) {
+    struct stat facts {};
+    return lstat(path, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid();
+}
+
 }  // namespace
 
 StatusFile::~StatusFile() {
@@ -58,7 +65,7 @@ void StatusFile::Publish(const Status& status) {
     if (!isPublished_ || status.state != published_.state || status.error != published_.error) {
         since_ = std::time(nullptr);
     }
-    if (!RelaydConf::WriteJsonFile(Daemon::kStatusFile, Document(status, since_))) {
+    if (!RelaydConf::WriteJsonFile(Daemon::kStatusFile, Document(status, since_)) || !IsOwnFile(Daemon::kStatusFile)) {
         DAEMON_LOG(LOG_ERR, "the status is not published");
         return;
     }

@@ -129,6 +129,9 @@ bool Request::JobAdd(void* multi) {
     if (!IsValid() || !multi || !InitSend()) {
         return false;
     }
+    // A job that is given up while its name is being resolved must not hold its engine until the resolver is done. A refusal
+    // costs time alone.
+    curl_easy_setopt(handle_.get(), CURLOPT_QUICK_EXIT, 1L);
     if (curl_multi_add_handle(multi, handle_.get()) != CURLM_OK) {
         RELAY_LOG(LOG_ERR, "curl_multi_add_handle() failed");
         return false;

@@ -126,9 +126,6 @@ bool Request::SetUp(const std::string& data, bool post) {
         !Curl::SetOption(handle, CURLOPT_COOKIEFILE, "CURLOPT_COOKIEFILE", "")) {
         return false;
     }
-    // A transfer that is given up while its name is being resolved must not hold the caller until the resolver is done.
-    // A refusal costs time alone.
-    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
     if (!InitSend()) {
         RELAY_LOG(LOG_ERR, "init send failed");
         return false;

@@ -323,6 +323,25 @@ TEST_F(AliasKeeperTest, KeepsAnAliasThatIsWantedAgain) {
     EXPECT_EQ(keeper_->Describe()["to_give_up"].asUInt(), 0U) << "the other one was never mapped";
 }
 
+TEST_F(AliasKeeperTest, GivesUpAnAliasThatItCouldNotRenewMeanwhile) {
+    Map();
+    server_.Answer("busy", 503);
+    keeper_->OnNetworkChange();
+    ASSERT_TRUE(RunUntilStatus("error_server_busy"));
+    Reload("");
+    ASSERT_TRUE(RunUntilAsked(3));
+    EXPECT_EQ(server_.Asked().back(), "delete_alias attic");
+}
+
+TEST_F(AliasKeeperTest, GivesUpAnAliasThatIsAnotherOnceTheServiceIsOnAgain) {
+    Map();
+    keeper_->Stop();
+    Reload("loft");
+    keeper_->Start(0ms);
+    ASSERT_TRUE(RunUntilAsked(3));
+    EXPECT_THAT(server_.Asked(), ElementsAre("map_alias attic", "map_alias loft", "delete_alias attic"));
+}
+
 TEST_F(AliasKeeperTest, TriesToGiveAnAliasUpUntilTheServerHasAnswered) {
     Map(kShortPlans);
     server_.Answer("good");

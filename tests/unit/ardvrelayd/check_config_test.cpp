@@ -13,9 +13,7 @@
 
 using namespace ardv::test;
 using namespace ardv::daemon;
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 
@@ -26,7 +24,7 @@ protected:
     ProgramResult Check(const std::string& text) const {
         WriteText(path_, text);
         const auto before = fs::last_write_time(path_);
-        const auto result = Check();
+        auto result = Check();
         EXPECT_EQ(ReadText(path_), text) << "the file stays as it is";
         EXPECT_EQ(fs::last_write_time(path_), before);
         EXPECT_THAT(folder_.Names(), testing::ElementsAre("x.conf"));

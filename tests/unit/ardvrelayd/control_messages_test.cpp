@@ -119,6 +119,16 @@ TEST(ControlAnswer, IsAFailureOfTheServerForAnyOtherStatus) {
     EXPECT_FALSE(AnswerTo(503, good).serverError);
 }
 
+TEST(ControlAnswer, IsAFailureOfTheNetworkWhereItDoesNotArriveWhole) {
+    const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"errno\":0}");
+    Request request(server.Url().c_str(), "{}", true);
+    const CapturedLog quiet(0);
+    request.Send();
+    const auto answer = ReadAnswer(request);
+    EXPECT_EQ(answer.result, RELAYD_RET_ERR_NETWORK);
+    EXPECT_FALSE(answer.serverError);
+}
+
 TEST_F(RegisterMessageTest, TellsWhoTheDeviceIsAndWhatItOffers) {
     const auto configuration = Load(R"({"serverID":"box-1","server_alias":{"alias":"attic"},
         "server_smartdns":{"enabled":true},"service":[{"id":"made-up","name":"Made up","port":5000,"ext_port":6000}]})");

@@ -139,7 +139,9 @@ TEST_F(SessionTest, DoesNothingBeforeItsDelayIsOver) {
     EXPECT_GT(*UntilNext(), 59min);
     session_->Start(0ms);
     EXPECT_GT(*UntilNext(), 59min) << "it has begun already";
+    EXPECT_TRUE(session_->IsHoldingOff());
     session_->TryNow();
+    EXPECT_FALSE(session_->IsHoldingOff());
     EXPECT_TRUE(RunUntilCount("wait", 1));
 }
 
@@ -250,9 +252,10 @@ TEST_F(SessionTest, RegistersAtOnceAgainOnlyAfterAMinute) {
 
 TEST_F(SessionTest, CountsOnWhereASessionDidNotLast) {
     server_.Answer("register", "busy", 503);
-    server_.Answer("wait", ErrnoText(13));
+    server_.Answer("wait", ErrnoText(6));
+    server_.Answer("wait", ErrnoText(6));
     Begin(kShortPlans);
-    ASSERT_TRUE(RunUntilFailures(2));
+    ASSERT_TRUE(RunUntilFailures(3));
     EXPECT_EQ(session_->Describe()["failures"].asUInt(), 2U);
 }
 
@@ -383,6 +386,16 @@ TEST_F(GlobalServerTest, IsAskedEverySecondTimeAndItsOwnFailureIsNotWhatTheUserH
     EXPECT_GE(server_.Count("register"), 5U);
     EXPECT_GE(global_.Count("register"), 3U);
     EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_SERVER_BUSY);
+}
+
+TEST_F(GlobalServerTest, IsToldOfWhereItsOwnSessionFails) {
+    server_.AlwaysAnswer("register", "busy", 503);
+    Begin(kShortPlans);
+    ASSERT_TRUE(RunUntilCount("wait", 1));
+    global_.AlwaysAnswer("keep_alive", "no", 404);
+    LetPass(3600s);
+    ASSERT_TRUE(RunUntil([&] { return session_->State() == RELAYD_STATE_STARTING; }));
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_NETWORK);
 }
 
 TEST_F(GlobalServerTest, IsHeardWhereItRefusesTheDevice) {

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The session's other half: what it does with commands.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -12,9 +16,32 @@ using namespace ardv::daemon;
 using namespace ARDV::Relay;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
+
+/** Takes connections and answers nothing. */
+class SilentServer {
+public:
+    SilentServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        address_.sin_family = AF_INET;
+        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address_;
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address_), size), 0);
+        EXPECT_EQ(listen(fd_, SOMAXCONN), 0);
+        EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr*>(&address_), &size), 0);
+    }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+    ~SilentServer() { close(fd_); }
+
+    int Port() const { return ntohs(address_.sin_port); }
+
+private:
+    int fd_;
+    sockaddr_in address_ = {};
+};
 
 class WaitTest : public SessionTest {
 protected:
@@ -28,6 +55,14 @@ protected:
         LetPass(3s);  // so that it does not look like a server in a hurry
         server_.Answer("wait", JsonText::Compact(answer));
         ASSERT_TRUE(RunUntilCount("wait", count + 1));
+    }
+
+    /** From now on the session looks for its control server at another port. */
+    void LookForControlServerAt(int port) {
+        auto configuration = Stored();
+        configuration["server_control"]["port"] = port;
+        WriteText(kConfigFile, JsonText::Styled(configuration));
+        ASSERT_TRUE(device_->Reload());
     }
 
     /** So many identifiers, numbered. */
@@ -59,6 +94,8 @@ protected:
         }
         return -1;
     }
+
+    SilentServer silent_;
 };
 
 }  // namespace
@@ -223,14 +260,64 @@ TEST_F(WaitTest, EndsTheSessionWhereTheServerKnowsItNoMore) {
     EXPECT_EQ(server_.Seen("wait").back()["channel"], "c2");
 }
 
-TEST_F(WaitTest, EndsTheSessionWhereTheDeviceIsRefused) {
+TEST_F(WaitTest, LeavesItToTheControlServerWhetherTheDeviceIsRefused) {
     for (const int number : {2, 10, 15, 30}) {
         Stand(kLongPlans);
+        const auto registrations = server_.Count("register");
+        const auto waits = server_.Count("wait");
         server_.Answer("wait", R"({"errno":)" + std::to_string(number) + "}");
-        ASSERT_TRUE(RunUntil([&] { return session_->State() == RELAYD_STATE_NONE; })) << number;
-        EXPECT_TRUE(engine_.Transfers().empty()) << number;
+        ASSERT_TRUE(RunUntilCount("wait", waits + 1)) << number;
+        EXPECT_EQ(server_.Count("register"), registrations + 1) << number;
+        EXPECT_EQ(session_->State(), RELAYD_STATE_LOGIN) << number;
         session_.reset();
     }
+}
+
+TEST_F(WaitTest, LeavesItToTheControlServerWhereTheDeviceMoves) {
+    Stand(kLongPlans);
+    server_.Answer("wait", R"({"errno":13,"control_host":"evil.zz"})");
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_EQ(server_.Count("register"), 2U) << "at the server that it knows";
+    EXPECT_EQ(Stored()["server_control"]["host"], "127.0.0.1");
+}
+
+TEST_F(WaitTest, ReadsTheNetworkAnewWhereTheAddressHasChanged) {
+    Stand(kLongPlans);
+    WriteText(kDeviceSettings, "timezone=\"Amsterdam\"\nexternal_host_ip=\"two.zz\"\n");
+    server_.Answer("wait", R"({"errno":14})");
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_EQ(server_.Seen("register")[1]["network"]["fqdn"], "two.zz");
+}
+
+TEST_F(WaitTest, TakesNoNoticeOfASignOfLifeOfASessionThatIsOver) {
+    Stand(kLongPlans);
+    server_.Answer("wait", R"({"errno":6})");
+    ASSERT_TRUE(RunUntilCount("wait", 2)) << "at once the first time";
+    LookForControlServerAt(silent_.Port());
+    server_.Answer("wait", "busy", 503);
+    ASSERT_TRUE(RunUntil([&] { return UntilWait() && !engine_.Transfers().empty(); }));
+    EXPECT_EQ(engine_.Transfers()[0].purpose, "keep alive");
+    session_->TryNow();
+    ASSERT_TRUE(RunUntilCount("wait", 3));
+    server_.Answer("wait", R"({"errno":6})");
+    ASSERT_TRUE(RunUntil([&] { return UntilNext().has_value(); }));
+    EXPECT_THAT(engine_.Transfers(), IsEmpty());
+    EXPECT_EQ(session_->State(), RELAYD_STATE_STARTING);
+}
+
+TEST_F(WaitTest, CountsItsFailuresUntilOneHasLasted) {
+    Stand(kShortPlans);
+    const auto failOnce = [this] {
+        const auto waits = server_.Count("wait");
+        server_.Answer("wait", R"({"errno":1})");
+        EXPECT_TRUE(RunUntilCount("wait", waits + 1));
+        EXPECT_TRUE(RunUntil([&] { return session_->Error() == RELAYD_RET_SUCCESS; }));
+        return session_->Describe()["wait_failures"].asUInt();
+    };
+    EXPECT_EQ(failOnce(), 1U);
+    EXPECT_EQ(failOnce(), 2U) << "a wait that holds for a moment is not yet a success";
+    LetPass(61s);
+    EXPECT_EQ(failOnce(), 1U);
 }
 
 TEST_F(WaitTest, AsksAgainLaterWhereTheWaitAloneIsRefused) {
@@ -264,6 +351,17 @@ TEST_F(WaitTest, WaitsAsLongAsItTakes) {
     EXPECT_EQ(server_.Count("wait"), 1U);
     std::string why;
     EXPECT_TRUE(engine_.IsHealthy(why)) << why;
+}
+
+TEST_F(WaitTest, TakesAnotherConnectionWhereItsOwnMayBeDead) {
+    Begin(kLongPlans);
+    session_->WaitAnew();
+    EXPECT_THAT(engine_.Transfers(), IsEmpty()) << "there is no session yet";
+    ASSERT_TRUE(RunUntilCount("wait", 1));
+    session_->WaitAnew();
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_THAT(engine_.Transfers(), SizeIs(1));
+    EXPECT_EQ(server_.Count("register"), 1U);
 }
 
 TEST_F(WaitTest, ProbesTheConnectionMeanwhile) {

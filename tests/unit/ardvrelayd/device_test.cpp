@@ -14,7 +14,6 @@ using namespace ardv::test;
 using namespace ardv::daemon;
 using namespace ARDV::Relay;
 using testing::Contains;
-using testing::IsEmpty;
 
 namespace {
 

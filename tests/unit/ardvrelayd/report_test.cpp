@@ -31,7 +31,8 @@ namespace fs = std::filesystem;
 class ReportTest : public DeviceTest {
 protected:
     ReportTest() { fs::remove_all(path_); }
-    ~ReportTest() override { fs::remove_all(path_); }
+
+    void TearDown() override { fs::remove_all(path_); }
 
     static Json::Value Shown(const std::string& configuration) {
         WriteText(kConfigFile, configuration);

@@ -18,7 +18,6 @@
 using namespace ardv::test;
 using namespace ardv::daemon;
 using namespace ARDV::Relay;
-using testing::IsEmpty;
 
 namespace {
 
@@ -41,7 +40,8 @@ ino_t InodeOf(const std::string& path) {
 class StatusFileTest : public testing::Test {
 protected:
     StatusFileTest() : mask_(umask(077)) { fs::remove_all(kFile); }
-    ~StatusFileTest() override {
+
+    void TearDown() override {
         fs::remove_all(kFile);
         umask(mask_);
     }
@@ -180,6 +180,17 @@ TEST_F(StatusFileTest, IsTriedAgainAfterAFailure) {
     EXPECT_THAT(messages, testing::Contains("status_file.cpp the status is not published"));
     EXPECT_EQ(file.Writes(), 0U);
     fs::remove(TemporaryOf(kFile));
+    file.Publish(LoggedIn());
+    EXPECT_EQ(Published()["state"], RELAYD_STATE_LOGIN);
+}
+
+TEST_F(StatusFileTest, IsTriedAgainAfterAFolderStoodInItsPlace) {
+    fs::create_directory(kFile);
+    StatusFile file;
+    const auto messages = MessagesAt(LOG_ERR, [&] { file.Publish(LoggedIn()); });
+    EXPECT_THAT(messages, testing::Contains("status_file.cpp the status is not published"));
+    EXPECT_EQ(file.Writes(), 0U);
+    fs::remove(kFile);
     file.Publish(LoggedIn());
     EXPECT_EQ(Published()["state"], RELAYD_STATE_LOGIN);
 }
