@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // The daemon over a long time: what it is asked for often must cost nothing that stays.
+#include <relay/daemon/daemon.h>
+
 #include "integration/daemon_fixture.h"
 
 namespace ardv::test {
 namespace {
 
+using ARDV::Relay::Daemon;
 using std::chrono::seconds;
 
 #ifdef __SANITIZE_ADDRESS__
@@ -93,7 +96,10 @@ TEST_F(DaemonEndurance, SleepsWhileThereIsNothingToDo) {
     StartAndLogIn();
     const auto before = DaemonReport()["wake_ups"].asUInt64();
     EXPECT_TRUE(Holds([] { return DaemonStatus() == kLoggedIn; }, seconds(1)));
-    EXPECT_LE(DaemonReport()["wake_ups"].asUInt64(), before + 2) << "the two that ask for the reports";
+    unsigned asked = 1;
+    Json::Value report;
+    EXPECT_TRUE(Await([&] { return Daemon::DebugStatus(report) == 0 || (++asked, false); }));
+    EXPECT_LE(report["wake_ups"].asUInt64(), before + asked + 1) << "one for each report, and one for a late timer";
 }
 
 }  // namespace
