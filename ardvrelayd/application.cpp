@@ -25,6 +25,7 @@ using std::chrono::seconds;
 namespace {
 
 constexpr seconds kLongSleep{10};  // a connection may be gone since
+constexpr seconds kBetweenTries{30};
 
 }  // namespace
 
@@ -117,12 +118,21 @@ void Application::OnNetworkChange() {
         return;  // a device that starts sees its network come up, as all of its town do after a power cut
     }
     if (!isOther) {
-        session_.TryNow();
+        TryNowButSeldom();
         return;
     }
     DAEMON_LOG(LOG_NOTICE, "the network has changed");
     session_.RegisterNow();
     alias_.OnNetworkChange();
+}
+
+// Of a link that goes up and down all the time the servers are not to suffer.
+void Application::TryNowButSeldom() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - triedAt_ >= kBetweenTries) {
+        triedAt_ = now;
+        session_.TryNow();
+    }
 }
 
 void Application::OnClockChange(const ClockChange& change) {

@@ -40,6 +40,7 @@ private:
     void Report();
     void UpdateAlias();
     void OnNetworkChange();
+    void TryNowButSeldom();
     void OnClockChange(const ClockChange& change);
     void OnSessionChange();
     void SwitchOnOrOff(std::chrono::milliseconds delay);
@@ -65,6 +66,7 @@ private:
     ServiceManager manager_;
     Json::UInt64 reloads_ = 0;
     std::chrono::steady_clock::time_point startedAt_;
+    std::chrono::steady_clock::time_point triedAt_;
     bool isStopping_ = false;
 };
 

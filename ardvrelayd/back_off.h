@@ -12,10 +12,11 @@ struct BackOffPlan {
     std::chrono::milliseconds cap;
 };
 
-/** The two plans of the daemon. */
+/** The plans of the daemon, and the time within which it does what it does soon. */
 struct RetryPlans {
     BackOffPlan usual = {std::chrono::seconds(5), std::chrono::minutes(15)};
     BackOffPlan slow = {std::chrono::minutes(5), std::chrono::hours(6)};
+    std::chrono::milliseconds soon = std::chrono::seconds(5);
 };
 
 /** A random time from 0 up to and including `limit`. */

@@ -86,9 +86,8 @@ void ControlSession::Send(const ServerConf& server, const Json::Value& message, 
     exchange_ = engine_.Start(
         std::move(request),
         [this, done](Request& finished) {
-            const auto answer = ReadAnswer(finished);
-            exchange_.reset();
-            (this->*done)(answer);
+            const auto token = std::move(exchange_);  // gone also where the rest throws
+            (this->*done)(ReadAnswer(finished));
         },
         purpose);
 }
@@ -237,7 +236,8 @@ void ControlSession::Follow(Action action, const Answer& answer) {
             [[fallthrough]];
         case Action::kAgain:
             if (backOff_.MayGoAtOnce()) {
-                Register();
+                next_.Start(Soon());
+                Enter(Phase::kRetrying);
                 return;
             }
             break;
@@ -267,6 +267,11 @@ bool ControlSession::MoveTo(const std::string& host) {
 void ControlSession::RetryAfter(const BackOffPlan& plan) {
     next_.Start(backOff_.Next(plan));
     Enter(Phase::kRetrying);
+}
+
+// A server that restarts ends all of its sessions in one moment. Their devices must not come back in one.
+milliseconds ControlSession::Soon() const {
+    return RandomTime(plans_.soon);
 }
 
 const BackOffPlan& ControlSession::PlanFor(Action action) const {

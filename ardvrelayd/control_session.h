@@ -125,6 +125,7 @@ private:
     void Follow(Action action, const Answer& answer);
     bool MoveTo(const std::string& host);
     void RetryAfter(const BackOffPlan& plan);
+    std::chrono::milliseconds Soon() const;
     void ForgetSession();
     void Enter(Phase phase);
     void ForgiveAfterStanding();

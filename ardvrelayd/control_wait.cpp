@@ -40,9 +40,8 @@ void ControlSession::Wait() {
     wait_ = engine_.Start(
         std::move(request),
         [this](Request& finished) {
-            const auto answer = ReadAnswer(finished);
-            wait_.reset();
-            OnWaited(answer);
+            const auto token = std::move(wait_);
+            OnWaited(ReadAnswer(finished));
         },
         "wait", std::nullopt);
     if (hasWaitFailed_) {
@@ -107,7 +106,7 @@ void ControlSession::OnWaitFailed(const Answer& answer) {
     }
     waitAgain_.Start(waitBackOff_.Next(PlanFor(action)));
     if (!exchange_ && !answer.serverError) {
-        KeepAlive();  // tells whether it is the wait alone
+        next_.Start(Soon());  // a sign of life tells whether it is the wait alone
     }
     events_.changed();
 }

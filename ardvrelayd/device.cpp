@@ -18,10 +18,20 @@ namespace {
 // What a registration carries of the configuration; a change of anything else is no reason for a new one.
 constexpr const char* kRegistered[] = {"server_control", "server_waitcmd", "service", "server_smartdns", "serverID"};
 
+Json::Value ReadIdentity() {
+    Json::Value identity;
+    AuthConf(true).Write(identity, true);
+    return identity;
+}
+
 }  // namespace
 
 Device::Device(const RelaydConf& configuration, std::string path)
-    : configuration_(configuration), path_(std::move(path)), network_(true), networkFacts_(NetworkFacts()) {}
+    : configuration_(configuration),
+      path_(std::move(path)),
+      network_(true),
+      networkFacts_(NetworkFacts()),
+      identity_(ReadIdentity()) {}
 
 bool Device::IsWanted() const {
     return configuration_.GetEnableConf() || configuration_.IsSupportChannelEnabled();
@@ -37,6 +47,7 @@ bool Device::Reload() {
         return false;
     }
     configuration_ = fresh;
+    identity_ = ReadIdentity();
     ApplyLogSettings(configuration_);
     RefreshNetwork();
     return true;
@@ -69,6 +80,7 @@ Json::Value Device::Registered() const {
     for (const auto* key : kRegistered) {
         registered[key] = all[key];
     }
+    registered["identity"] = identity_;
     registered["alias"] = configuration_.GetAliasConf().GetAliasName();
     return registered;
 }

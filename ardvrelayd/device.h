@@ -35,7 +35,7 @@ public:
     /** What an alias request carries, identity included; secrets. */
     Json::Value AliasData();
 
-    /** The configuration as a registration shows it, to tell whether it has changed; network and secrets are not in it. */
+    /** What a registration shows but for the network, to tell whether it has changed. With secrets. */
     Json::Value Registered() const;
 
     /** Settings that a server assigns. Each is stored in the file as well, where it differs; a failure is logged. */
@@ -50,6 +50,7 @@ private:
     std::string path_;
     ARDV::Relay::NetworkConf network_;
     Json::Value networkFacts_;
+    Json::Value identity_;  // as of the last reload; with secrets
 };
 
 /** Puts the log settings of a configuration into force. In the foreground the log stays where it is, on standard error. */

@@ -164,6 +164,7 @@ Options ReadOptions(int argc, char** argv) {
         return UsageError(std::string("an argument was not expected: ") + argv[optind]);
     }
     options.retry.usual.cap = std::max(options.retry.usual.cap, options.retry.usual.base);
+    options.retry.soon = std::min(options.retry.soon, options.retry.usual.base);
     options.retry.slow = {options.retry.usual.base * kSlowBaseFactor, options.retry.usual.cap * kSlowCapFactor};
     return options;
 }

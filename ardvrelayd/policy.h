@@ -12,8 +12,8 @@ namespace ardv::daemon {
 
 /** What to do about an outcome. */
 enum class Action {
-    kGoOn,   ///< it worked
-    kAgain,  ///< from the beginning (register, map): at once the first time in a row, then with back-off
+    kGoOn,                   ///< it worked
+    kAgain,                  ///< from the beginning (register, map): soon the first time in a row, then with back-off
     kAgainWithFreshNetwork,  ///< the same, with the network's addresses read anew
     kMove,                   ///< to the server that the answer names; with back-off if it names none
     kBackOff,                ///< the same once more, after a while

@@ -70,7 +70,7 @@ TEST_F(DaemonSession, KeepsItsIdentifierAtAServerThatLostItsState) {
     EXPECT_EQ(JsonFrom(ReadText(kDaemonConfig))["serverID"], id);
 }
 
-TEST_F(DaemonSession, IsBegunAnewAtOnceWhenTheServerEndsIt) {
+TEST_F(DaemonSession, IsBegunAnewSoonWhenTheServerEndsIt) {
     StartPatient();
     control.EndSessions();
     EXPECT_TRUE(AwaitCount("register", 2));

@@ -292,7 +292,7 @@ TEST_F(WaitTest, ReadsTheNetworkAnewWhereTheAddressHasChanged) {
 TEST_F(WaitTest, TakesNoNoticeOfASignOfLifeOfASessionThatIsOver) {
     Stand(kLongPlans);
     server_.Answer("wait", R"({"errno":6})");
-    ASSERT_TRUE(RunUntilCount("wait", 2)) << "at once the first time";
+    ASSERT_TRUE(RunUntilCount("wait", 2)) << "soon the first time";
     LookForControlServerAt(silent_.Port());
     server_.Answer("wait", "busy", 503);
     ASSERT_TRUE(RunUntil([&] { return UntilWait() && !engine_.Transfers().empty(); }));

@@ -17,11 +17,13 @@ namespace ardv::test {
 
 /** Times so long that a test sees what is waited for, and none of it happens by itself. */
 inline constexpr daemon::RetryPlans kLongPlans = {{std::chrono::seconds(50), std::chrono::seconds(50)},
-                                                  {std::chrono::hours(1), std::chrono::hours(1)}};
+                                                  {std::chrono::hours(1), std::chrono::hours(1)},
+                                                  std::chrono::milliseconds(20)};
 
 /** Times so short that a test can wait for what follows. */
 inline constexpr daemon::RetryPlans kShortPlans = {{std::chrono::milliseconds(20), std::chrono::milliseconds(20)},
-                                                   {std::chrono::milliseconds(30), std::chrono::milliseconds(30)}};
+                                                   {std::chrono::milliseconds(30), std::chrono::milliseconds(30)},
+                                                   std::chrono::milliseconds(20)};
 
 /** Runs a loop until a condition holds; false if it did not within 20 s. */
 inline bool RunLoopUntil(daemon::EventLoop& loop, const std::function<bool()>& isDone) {
