@@ -196,6 +196,17 @@ TEST_P(DaemonService, ReadsItsConfigurationAgain) {
     EXPECT_TRUE(ComesTrue([] { return Shown("ActiveState") == "active"; }));
 }
 
+TEST_P(DaemonService, LeavesADamagedConfigurationWhereItIs) {
+    Start();
+    ASSERT_TRUE(ComesTrue([] { return IsState(RELAYD_STATE_LOGOUT); }));
+    const auto process = Process();
+    WriteText(kConfiguration, R"({"tethra":{)");
+    EXPECT_NE(Systemctl({"reload", "ardvrelayd.service"}), "");
+    EXPECT_EQ(ReadText(kConfiguration), R"({"tethra":{)");
+    EXPECT_EQ(Process(), process);
+    EXPECT_TRUE(ComesTrue([] { return Shown("ActiveState") == "active"; }));
+}
+
 TEST_P(DaemonService, IsStartedAgainAfterACrash) {
     Start();
     const auto process = Process();
