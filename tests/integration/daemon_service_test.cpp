@@ -134,8 +134,12 @@ protected:
     }
 
     static bool IsState(RELAYD_STATE state) {
+        const auto text = ReadText(kStatusFile);
+        if (text.empty()) {
+            return false;  // not yet there: a start is over once there is a pid file
+        }
         Json::Value status;
-        std::istringstream(ReadText(kStatusFile)) >> status;
+        std::istringstream(text) >> status;
         return status["state"] == static_cast<int>(state);
     }
 
