@@ -23,11 +23,14 @@ install(FILES packaging/completion/ardvrelayctl.bash
 if(ARDV_PLATFORM STREQUAL "linux")  # a device's own system has its services elsewhere
   # Examples of the device's files, to copy and adapt. The system reads /etc, whatever the prefix, and what is there is the device's own.
   install(DIRECTORY packaging/etc/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples)
-  # The unit, below the prefix where the service manager looks too, and a drop-in to copy. They name the program by its full path.
+  # The unit, below the prefix where the service manager looks too, and a drop-in to copy. They name the program by its full path: those for the tests are made here.
   configure_file(packaging/systemd/ardvrelayd.service.in ardvrelayd.service @ONLY)
   configure_file(packaging/systemd/foreground.conf.in foreground.conf @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/ardvrelayd.service DESTINATION lib/systemd/system)
-  install(FILES ${PROJECT_BINARY_DIR}/foreground.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples/systemd)
+  install(CODE "set(ARDV_SOURCE \"${PROJECT_SOURCE_DIR}\")
+    set(ARDV_BINARY \"${PROJECT_BINARY_DIR}\")
+    set(ARDV_SBINDIR \"${CMAKE_INSTALL_SBINDIR}\")
+    set(ARDV_EXAMPLES \"${CMAKE_INSTALL_DATADIR}/ardvrelayd/examples\")")
+  install(SCRIPT cmake/InstallUnit.cmake)
 endif()
 
 foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)
