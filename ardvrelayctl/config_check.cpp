@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "config_check.h"
 
+#include <filesystem>
 #include <optional>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include <relay/config/config.h>
@@ -41,6 +43,7 @@ public:
     void Error(const std::string& key, const std::string& reason) { Add(errors_, key, true, reason); }
     void Forbidden(const std::string& reason) { errors_.push_back({file_, "", true, reason, true}); }
     void Warning(const std::string& key, const std::string& reason) { Add(warnings_, key, false, reason); }
+    const std::string& File() const { return file_; }
     bool HasErrors() const { return !errors_.empty(); }
     bool HasAllWarnings() const { return warnings_.size() > kMaxFindings; }
 
@@ -290,8 +293,14 @@ void MissingFile(Findings& findings) {
     findings.Error("", "does not exist");
 }
 
+// The library moves a damaged file aside.
 void MissingSettings(Findings& findings) {
-    findings.Warning("", "does not exist: the defaults hold");
+    const auto aside = findings.File() + ".bad";
+    std::error_code unknown;
+    const bool isDamaged = std::filesystem::exists(aside, unknown);
+    findings.Warning("",
+                     "does not exist: the defaults hold" +
+                         (isDamaged ? "; a damaged one was moved to " + aside + ": mend it, and move it back" : ""));
 }
 
 void MissingNeighbour(Findings& /*findings*/) {}

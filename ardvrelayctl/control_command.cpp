@@ -13,6 +13,7 @@
 #include <relay/daemon/daemon.h>
 
 #include "command_error.h"
+#include "configuration.h"
 #include "daemon_process.h"
 #include "output.h"
 #include "status_snapshot.h"
@@ -48,8 +49,19 @@ CommandError NotSignalled(int result) {
     return {ExitCodeOfDaemon(result), "the daemon could not be told: it has just ended"};
 }
 
+// The daemon would keep what it has; but it moves a damaged file aside, and would be without one at its next start.
+void RequireUsableConfiguration(const Session& session) {
+    try {
+        LoadConfiguration(session.configFile);
+    } catch (const CommandError& fault) {
+        throw CommandError(fault.Code(),
+                           std::string(fault.what()) + "; the daemon was not told, and keeps what it has");
+    }
+}
+
 ExitCode Reload(const Session& session) {
     const auto pid = RequireDaemon();
+    RequireUsableConfiguration(session);
     if (const int result = Daemon::Hup(); result != 0) {
         throw NotSignalled(result);
     }
@@ -97,11 +109,16 @@ ExitCode UpdateAlias(const Session& session) {
     if (snapshot.alias.empty() && snapshot.configFault.empty()) {
         throw CommandError(kExitNothing, "there is no alias to map: 'ardvrelayctl config set server_alias.alias NAME'");
     }
+    if (snapshot.state == ARDV::Relay::RELAYD_STATE_LOGOUT) {
+        throw CommandError(kExitUser, "the daemon keeps no alias: the service is switched off");
+    }
     if (const int result = Daemon::UpdateAlias(); result != 0) {
         throw NotSignalled(result);
     }
     return Report(session, "update", snapshot.pid,
-                  "the daemon maps the alias anew: 'ardvrelayctl alias status' shows the outcome");
+                  snapshot.serverId.empty()
+                      ? "the daemon maps the alias once the service has given the device an identifier"
+                      : "the daemon maps the alias anew: 'ardvrelayctl alias status' shows the outcome");
 }
 
 }  // namespace

@@ -85,6 +85,11 @@ bool IsDaemon(pid_t pid) {
     return facts && facts->name == kDaemonName && IsAlive(pid);
 }
 
+std::string WordsForStranger(pid_t pid) {
+    const auto facts = FactsOf(pid);
+    return facts && IsAlive(pid) ? "another program (" + Excerpt(facts->name) + ")" : "gone";
+}
+
 Descriptor WatchProcess(pid_t pid) {
     // Not by the C library's function, whose header does not give it C linkage for C++.
     return Descriptor(pid < 1 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0U)));
@@ -104,10 +109,8 @@ pid_t RequireDaemon() {
         throw CommandError(kExitNotRunning, "the daemon does not run: " + file + " names no process");
     }
     if (!IsDaemon(*pid)) {
-        const auto facts = FactsOf(*pid);
         throw CommandError(kExitNotRunning, "the daemon does not run: process " + std::to_string(*pid) + ", which " +
-                                                file + " names, is " +
-                                                (facts ? "another program (" + Excerpt(facts->name) + ")" : "gone"));
+                                                file + " names, is " + WordsForStranger(*pid));
     }
     RequireRights(*pid);
     return *pid;

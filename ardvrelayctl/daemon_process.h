@@ -29,6 +29,9 @@ bool IsAlive(pid_t pid);
 /** Whether a process of this id is the daemon: it lives, and has the daemon's name. */
 bool IsDaemon(pid_t pid);
 
+/** What a process that is not the daemon is instead: "gone", or "another program" and its name. */
+std::string WordsForStranger(pid_t pid);
+
 /** A descriptor that becomes readable when the process ends; not open if there is no such process. */
 Descriptor WatchProcess(pid_t pid);
 

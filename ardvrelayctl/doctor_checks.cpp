@@ -57,6 +57,9 @@ Diagnosis CheckIdentity(const Facts& /*facts*/) {
 }
 
 Diagnosis CheckSwitch(const Facts& facts) {
+    if (!facts.AreSettingsKnown()) {
+        return {"switch", Health::kOk, "not known", ""};
+    }
     if (!facts.IsWanted()) {
         return {"switch", Health::kProblem, "neither the service nor the support channel is switched on", kSwitchOn};
     }
@@ -88,10 +91,11 @@ Diagnosis CheckProcess(const Facts& facts) {
                 isStopped ? "'kill -CONT " + std::to_string(*pid) + "' lets it go on" : ""};
     }
     std::string text = std::string("it does not run: ") + Printable(Daemon::GetPidFile());
-    text += !pid ? " names no process" : " names process " + std::to_string(*pid);
-    text += !pid ? "" : process ? ", which is another program (" + Excerpt(process->name) + ")" : ", which is gone";
-    return {"daemon", facts.IsWanted() ? Health::kProblem : Health::kOk, text,
-            facts.IsWanted() ? "'systemctl start ardvrelayd' starts it" : ""};
+    text +=
+        !pid ? " names no process" : " names process " + std::to_string(*pid) + ", which is " + WordsForStranger(*pid);
+    const bool isMissed = facts.IsWanted() || !facts.AreSettingsKnown();
+    return {"daemon", isMissed ? Health::kProblem : Health::kOk, text,
+            isMissed ? "'systemctl start ardvrelayd' starts it" : ""};
 }
 
 /** The state of a daemon of which the status file knows nothing good. */
@@ -146,7 +150,7 @@ Diagnosis CheckChange(const Facts& facts) {
 Diagnosis CheckAlias(const Facts& facts) {
     const auto& snapshot = facts.snapshot;
     if (snapshot.alias.empty()) {
-        return {"alias", Health::kOk, "none is set", ""};
+        return {"alias", Health::kOk, snapshot.configFault.empty() ? "none is set" : "not known", ""};
     }
     const auto* row = FindRow(gRetMapper, [&](const AliasRetMap& r) { return r.status == snapshot.aliasStatus; });
     if (!row || snapshot.aliasStatus.empty()) {
@@ -171,6 +175,10 @@ constexpr Check kChecks[] = {CheckConfig, CheckIdentity, CheckSwitch, CheckProce
 
 Facts::Facts(const Session& theSession)
     : session(theSession), snapshot(ReadSnapshot(theSession)), settings(SettingsOf(theSession)) {}
+
+bool Facts::AreSettingsKnown() const {
+    return !settings.empty();
+}
 
 bool Facts::IsWanted() const {
     return settings["tethra"]["enabled"].asBool() || settings["support_channel"]["enabled"].asBool();

@@ -18,6 +18,9 @@ struct Facts {
 
     explicit Facts(const Session& theSession);
 
+    /** False where the configuration cannot be used. */
+    bool AreSettingsKnown() const;
+
     /** Whether something asks for the daemon: the service or the support channel is switched on. */
     bool IsWanted() const;
 };

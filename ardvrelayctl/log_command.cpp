@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +26,18 @@ struct LogOptions {
     std::string file;
 };
 
+// The daemon would go on without a log, and nobody would know.
+void CheckPlace(const std::filesystem::path& file) {
+    std::error_code unknown;
+    const auto folder = file.parent_path();
+    if (!std::filesystem::is_directory(folder, unknown)) {
+        throw CommandError(kExitCantCreate, "there is no folder " + Printable(folder.string()));
+    }
+    if (std::filesystem::is_directory(file, unknown) || std::filesystem::is_fifo(file, unknown)) {
+        throw CommandError(kExitCantCreate, Printable(file.string()) + " is no file to write to");
+    }
+}
+
 // The library moves a damaged file aside, and writes one with the log's settings alone where it finds none.
 void CheckConfigurationFile(const Session& session) {
     RequireDefaultConfiguration(session);
@@ -32,20 +45,17 @@ void CheckConfigurationFile(const Session& session) {
     CheckFolder(ConfigurationFile(kDefaultConfigFile));
 }
 
-// A daemon that starts without a log file keeps none; a running one goes on in its default.
 ExitCode Report(const Session& session) {
     const Json::Value settings = AsSaved(LoadConfiguration(kDefaultConfigFile));
     const auto pid = ReadPidFile();
     const bool isRunning = pid && IsDaemon(*pid);
-    const auto file = isRunning ? LogFileOf(session) : settings["log_file"].asString();
+    const auto file = LogFileOf(session);
     if (session.json) {
         Json::Value report(Json::objectValue);
         report["file"] = file;
         report["level"] = settings["log_level"];
         report["running"] = isRunning;
         PrintJson(report);
-    } else if (file.empty()) {
-        std::cout << "the daemon does not run, and keeps no log once it does\n";
     } else {
         std::cout << "the log goes to " << Printable(file) << ", up to level " << settings["log_level"].asInt()
                   << (isRunning ? "\n" : ", once the daemon runs\n");
@@ -62,6 +72,7 @@ void Finish(int result) {
 ExitCode Start(const Session& session, const LogOptions& options) {
     CheckConfigurationFile(session);
     const auto file = std::filesystem::absolute(options.file).lexically_normal().string();
+    CheckPlace(file);
     {
         const EditLock lock(ConfigurationFile(kDefaultConfigFile));
         Finish(ALIBRelaydLogStart(file.c_str()));

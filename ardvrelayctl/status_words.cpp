@@ -42,7 +42,8 @@ constexpr ErrorRow kErrors[] = {
      "'ardvrelayctl config check' and 'ardvrelayctl identity show' tell what is wrong with it"},
     {RELAYD_RET_ERR_REGISTER, false, "the device could not be registered", "see the daemon's log"},
     {RELAYD_RET_ERR_NETWORK, false, "the control server cannot be reached",
-     "see that the device has a network, and that nothing between it and the server keeps them apart"},
+     "see that the device has a network and the right time, and that nothing between it and the server keeps them "
+     "apart; 'ardvrelayctl report' has the reason, such as a certificate that is not trusted"},
     {RELAYD_RET_ERR_RESOLV, false, "the control server's name does not resolve",
      "see that the device has a network and a working name server"},
     {RELAYD_RET_ERR_AUTH, true, "the service refuses the device's identity, or another device has its name",

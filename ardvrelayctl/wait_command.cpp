@@ -39,7 +39,9 @@ bool IsAliasMapped(const StatusSnapshot& snapshot) {
                                : snapshot.configFault);
     }
     const auto* success = FindRow(gRetMapper, [](const AliasRetMap& r) { return r.ret == ALIAS_RET_SUCCESS; });
-    return success && snapshot.aliasStatus == success->status;
+    // The outcome stays on record when the daemon is gone, and when it keeps no alias any more.
+    const bool isKept = snapshot.IsRunning() && snapshot.state != RELAYD_STATE_LOGOUT;
+    return isKept && success && snapshot.aliasStatus == success->status;
 }
 
 struct Goal {

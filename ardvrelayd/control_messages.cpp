@@ -80,6 +80,9 @@ bool ParseAnswer(const std::string& text, Json::Value& body) {
 Answer ReadAnswer(const Request& request) {
     Answer answer;
     answer.result = ResultOf(request);
+    if (const auto code = request.GetCurlResult(); code != CURLE_OK) {
+        answer.reason = curl_easy_strerror(code);
+    }
     if (answer.result != RELAYD_RET_SUCCESS) {
         return answer;
     }

@@ -25,6 +25,7 @@ struct Answer {
     ARDV::Relay::RELAYD_RET result = ARDV::Relay::RELAYD_RET_ERR_UNKNOWN;
     std::optional<ARDV::Relay::RELAYSERVER_ERR> serverError;  ///< nothing where no server of this protocol answered
     Json::Value body;                                         ///< an object, where `serverError` is there
+    std::string reason;                                       ///< what broke the transfer, in libcurl's words
 };
 
 /** Who may speak for the device, from its registration on. All but the identifier are secrets. */

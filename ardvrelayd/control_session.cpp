@@ -122,7 +122,7 @@ void ControlSession::OnRegistered(const Answer& answer) {
     const auto host = ReadControlHost(answer.body);
     if (host && *host != device_.Configuration().GetControlServer().GetHost()) {
         if (!MoveTo(*host)) {
-            Note("register", {RELAYD_RET_ERR_SERVER_CHANGED, std::nullopt, {}});
+            Note("register", {RELAYD_RET_ERR_SERVER_CHANGED, std::nullopt, {}, {}});
             RetryAfter(plans_.usual);
         }
         return;
@@ -206,8 +206,9 @@ void ControlSession::Note(const char* what, const Answer& answer) {
         error_ = answer.result;  // else the failure of the control server remains what the user has to know
     }
     auto word = GetErrorStr(answer.result);
-    if (answer.serverError) {
-        word += " (" + GetServerErrorStr(*answer.serverError) + ")";
+    const auto detail = answer.serverError ? GetServerErrorStr(*answer.serverError) : answer.reason;
+    if (!detail.empty()) {
+        word += " (" + detail + ")";
     }
     errors_.Add(what, word);
     DAEMON_LOG(LOG_NOTICE, "%s failed: %s", what, word.c_str());

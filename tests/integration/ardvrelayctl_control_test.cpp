@@ -20,6 +20,27 @@ TEST_F(ArdvrelayctlControl, HasTheDaemonReadItsConfigurationAgain) {
     EXPECT_EQ(daemon.NextSignal(), SIGHUP);
 }
 
+TEST_F(ArdvrelayctlControl, DoesNotHaveTheDaemonReadAConfigurationThatCannotBeUsed) {
+    const MadeUpDaemon daemon;
+    for (const char* text : {"{ damaged", R"({"server_control":{"port":-1}})"}) {
+        WriteText(kConfigFile, text);
+        const auto result = Run({"reload"});
+        EXPECT_EQ(result.exitCode, 78) << text;
+        EXPECT_THAT(result.err, HasSubstr("; the daemon was not told, and keeps what it has\n"));
+        EXPECT_EQ(ReadText(kConfigFile), text);
+    }
+    std::filesystem::remove(kConfigFile);
+    EXPECT_EQ(RunJson({"reload"})["exit_code"], 78);
+    EXPECT_EQ(daemon.SignalsLeft(), 0);
+}
+
+TEST_F(ArdvrelayctlControl, TakesADeadProcessForNoOtherProgram) {
+    const MadeUpDaemon daemon;
+    daemon.Die();
+    EXPECT_THAT(Run({"reload"}).err, HasSubstr(", is gone\n")) << "although its parent has not taken notice";
+    EXPECT_THAT(Run({"doctor"}).out, HasSubstr(", which is gone\n"));
+}
+
 TEST_F(ArdvrelayctlControl, EndsTheDaemonAndWaitsUntilItIsGone) {
     MadeUpDaemon daemon;
     const auto result = Run({"stop"});
@@ -57,6 +78,18 @@ TEST_F(ArdvrelayctlControl, DoesNotMapAnAliasThatIsNotSet) {
     daemon.Publish(R"("state":3)");
     EXPECT_EQ(Run({"alias", "update"}).exitCode, 4);
     EXPECT_EQ(daemon.SignalsLeft(), 0);
+}
+
+TEST_F(ArdvrelayctlControl, PromisesOnlyAnAliasThatTheDaemonMaps) {
+    MadeUpDaemon daemon;
+    daemon.Publish(R"("state":7,"serverID":"box-1")");
+    const auto off = Run({"alias", "update"});
+    EXPECT_EQ(off.exitCode, 3);
+    EXPECT_EQ(off.err, "ardvrelayctl: the daemon keeps no alias: the service is switched off\n");
+    EXPECT_EQ(daemon.SignalsLeft(), 0);
+    daemon.Publish(R"("state":2)");
+    EXPECT_THAT(Run({"alias", "update"}).out, HasSubstr("once the service has given the device an identifier"));
+    EXPECT_EQ(daemon.NextSignal(), SIGRTMIN + 1);
 }
 
 TEST_F(ArdvrelayctlControl, SaysThatNoDaemonRuns) {
@@ -109,7 +142,19 @@ TEST_F(ArdvrelayctlControl, KeepsTheLogsSettingsForADaemonThatIsStartedLater) {
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.out, HasSubstr("/debug.log, up to level 7, once the daemon runs\n"));
     EXPECT_EQ(JsonOf(ReadText(kConfigFile))["log_file"].asString().front(), '/') << "whatever the daemon's folder is";
-    EXPECT_EQ(RunJson({"log", "stop"}), JsonOf(R"({"file":"","level":4,"running":false})"));
+    EXPECT_EQ(RunJson({"log", "stop"}), JsonOf(R"({"file":"/var/log/ardvrelayd.log","level":4,"running":false})"));
+    EXPECT_EQ(Run({"log", "stop"}).out,
+              "the log goes to /var/log/ardvrelayd.log, up to level 4, once the daemon runs\n");
+}
+
+TEST_F(ArdvrelayctlControl, DoesNotSendTheLogWhereNoneCanBeWritten) {
+    const auto before = ReadText(kConfigFile);
+    for (const char* file : {"/none/debug.log", "/tmp", "/var/log/"}) {
+        const auto result = Run({"log", "start", file});
+        EXPECT_EQ(result.exitCode, 73) << file;
+        EXPECT_EQ(result.out, "");
+    }
+    EXPECT_EQ(ReadText(kConfigFile), before);
 }
 
 TEST_F(ArdvrelayctlControl, LeavesADamagedConfigurationAsItIs) {

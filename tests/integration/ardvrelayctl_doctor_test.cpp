@@ -128,7 +128,21 @@ TEST_F(ArdvrelayctlDoctor, FindsAConfigurationThatCannotBeUsed) {
     WriteText(kConfigFile, R"({"mine":1})");
     EXPECT_EQ(Find("configuration")["level"], "warning");
     std::filesystem::remove(kConfigFile);
-    Expect("configuration", "warning", "does not exist", "");
+    EXPECT_THAT(Find("configuration")["finding"].asString(), testing::EndsWith("does not exist: the defaults hold"));
+    WriteText(std::string(kConfigFile) + ".bad", "{ damaged");
+    Expect("configuration", "warning", "moved to " + std::string(kConfigFile) + ".bad: mend it, and move it back", "");
+}
+
+TEST_F(ArdvrelayctlDoctor, ClaimsNothingOfAConfigurationThatCannotBeUsed) {
+    WriteText(kConfigFile,
+              R"({"tethra":{"enabled":true},"server_control":{"port":-1},"server_alias":{"alias":"attic"}})");
+    Expect("configuration", "problem", "server_control.port", "");
+    Expect("switch", "ok", "not known", "");
+    Expect("alias", "ok", "not known", "");
+    Expect("daemon", "problem", "does not run", "systemctl start");
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":7)");
+    Expect("state", "ok", "switched off", "");
 }
 
 TEST_F(ArdvrelayctlDoctor, FindsAMissingIdentity) {

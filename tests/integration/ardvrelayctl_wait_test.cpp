@@ -58,12 +58,24 @@ TEST_F(ArdvrelayctlWait, ReturnsWhenTheStateIsReached) {
 }
 
 TEST_F(ArdvrelayctlWait, ReturnsWhenTheConfiguredAliasIsMapped) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":2)");
     PublishAlias("cellar", "success");
     auto tool = Start({"wait", "--for", "alias", "--timeout", "30"});
     PublishAlias("attic", "error_network");
     PublishAlias("attic", "success");
     tool.ReadUpTo("alias attic success\n");
     EXPECT_EQ(tool.Wait(), 0);
+}
+
+TEST_F(ArdvrelayctlWait, TakesAnAliasThatNoDaemonKeepsForNone) {
+    PublishAlias("attic", "success");
+    EXPECT_EQ(Look("alias").exitCode, 124) << "what a daemon that is gone has left";
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":7)");
+    EXPECT_EQ(Look("alias").exitCode, 124);
+    daemon.Publish(R"("state":2,"error":6)");
+    EXPECT_EQ(Look("alias").exitCode, 0) << "which the control server's failure is nothing to";
 }
 
 TEST_F(ArdvrelayctlWait, DoesNotWaitForAnAliasThatIsNotSet) {

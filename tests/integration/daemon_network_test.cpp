@@ -258,6 +258,9 @@ TEST_P(Certificate, OfTheControlServerIsRefusedUntilItIsAGoodOne) {
     Start();
     EXPECT_EQ(AwaitStatus("starting err_network"), "starting err_network");
     EXPECT_EQ(server.Requests().size(), 0U);
+    const auto error = DaemonReport()["errors"][0]["result"].asString();
+    EXPECT_EQ(error.find("err_network (SSL "), 0U) << "the network itself is well: " << error;
+    EXPECT_NE(daemon->Log().find("register failed: " + error), std::string::npos) << daemon->Log();
     Present("valid");
     server.Restart();
     EXPECT_TRUE(Await([&] { return !server.Sessions().empty(); })) << daemon->Log();

@@ -134,8 +134,12 @@ protected:
     }
 
     static bool IsState(RELAYD_STATE state) {
+        const auto text = ReadText(kStatusFile);
+        if (text.empty()) {
+            return false;  // not yet there: a start is over once there is a pid file
+        }
         Json::Value status;
-        std::istringstream(ReadText(kStatusFile)) >> status;
+        std::istringstream(text) >> status;
         return status["state"] == static_cast<int>(state);
     }
 
@@ -192,6 +196,17 @@ TEST_P(DaemonService, ReadsItsConfigurationAgain) {
     WriteText(kConfiguration, R"({"tethra":{"enabled":true}})");
     EXPECT_EQ(Systemctl({"reload", "ardvrelayd.service"}), "");
     EXPECT_TRUE(ComesTrue([] { return IsState(RELAYD_STATE_STARTING); })) << ReadText(kStatusFile);
+    EXPECT_EQ(Process(), process);
+    EXPECT_TRUE(ComesTrue([] { return Shown("ActiveState") == "active"; }));
+}
+
+TEST_P(DaemonService, LeavesADamagedConfigurationWhereItIs) {
+    Start();
+    ASSERT_TRUE(ComesTrue([] { return IsState(RELAYD_STATE_LOGOUT); }));
+    const auto process = Process();
+    WriteText(kConfiguration, R"({"tethra":{)");
+    EXPECT_NE(Systemctl({"reload", "ardvrelayd.service"}), "");
+    EXPECT_EQ(ReadText(kConfiguration), R"({"tethra":{)");
     EXPECT_EQ(Process(), process);
     EXPECT_TRUE(ComesTrue([] { return Shown("ActiveState") == "active"; }));
 }
