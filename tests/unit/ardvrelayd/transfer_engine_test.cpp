@@ -379,15 +379,15 @@ TEST_F(Transfers, SleepWhileTheServerTakesItsTime) {
 }
 
 TEST_F(Transfers, LeaveNoDescriptorAndNoTimerBehind) {
-    const auto before = OpenDescriptors();
+    const auto before = OpenDescriptors();  // the server, in this process, may have one more while it starts
     const auto first = Start(Get(server_.Url()));
     const auto second = Start(Get(server_.Url()));
     ASSERT_TRUE(RunUntilStopped(loop_));
     const auto end = steady_clock::now() + 5s;
-    while (OpenDescriptors() != before && steady_clock::now() < end) {
-        RunFor(loop_, 5ms);  // the server, in this process, closes its ends later
+    while (OpenDescriptors() > before && steady_clock::now() < end) {
+        RunFor(loop_, 5ms);  // the server closes its ends later
     }
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_LE(OpenDescriptors(), before);
     EXPECT_EQ(loop_.Watches(), 0U);
     for (const auto& timer : loop_.Timers()) {
         EXPECT_EQ(timer.remaining, std::nullopt) << timer.name;
