@@ -25,7 +25,7 @@ constexpr Row<RELAYSERVER_ERR, Action> kServerErrors[] = {
 
 constexpr Row<RELAYD_RET, Action> kResults[] = {
     {RELAYD_RET_SUCCESS, Action::kGoOn},
-    {RELAYD_RET_ERR_CONFIG, Action::kWaitForUser},
+    {RELAYD_RET_ERR_CONFIG, Action::kBackOffSlowly},
     {RELAYD_RET_ERR_NETWORK, Action::kBackOff},
     {RELAYD_RET_ERR_RESOLV, Action::kResolveAnew},
     {RELAYD_RET_ERR_AUTH, Action::kWaitForUser},

@@ -120,10 +120,10 @@ class Stall {
 public:
     ~Stall() { over_.set_value(); }
     Handler Begin(const std::string& text) {
-        return [this, text](const Request&, Response& answer) {
+        return [isOver = isOver_, text](const Request&, Response& answer) {  // a copy: the router outlives this
             answer.set_content_provider(
-                1000000, kXml, [this, text](std::size_t at, std::size_t, httplib::DataSink& sink) {
-                    return at == 0 ? sink.write(text.data(), text.size()) : (isOver_.wait(), false);
+                1000000, kXml, [isOver, text](std::size_t at, std::size_t, httplib::DataSink& sink) {
+                    return at == 0 ? sink.write(text.data(), text.size()) : (isOver.wait(), false);
                 });
         };
     }

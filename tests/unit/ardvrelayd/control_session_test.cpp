@@ -129,6 +129,19 @@ TEST_F(SessionTest, RegistersAndThenWaitsForCommands) {
     EXPECT_GT(changes_, 0);
 }
 
+TEST_F(SessionTest, SendsNothingForADeviceWithoutAnIdentity) {
+    WriteText(kIdentityFile, "");
+    Begin(kLongPlans);
+    ASSERT_TRUE(RunUntilFailures(1));
+    EXPECT_EQ(session_->State(), RELAYD_STATE_STARTING);
+    EXPECT_EQ(session_->Error(), RELAYD_RET_ERR_CONFIG);
+    EXPECT_TRUE(server_.Seen().empty());
+    ASSERT_TRUE(UntilNext());
+    EXPECT_GT(*UntilNext(), 11min);
+    std::string why;
+    EXPECT_TRUE(session_->IsHealthy(why)) << why;
+}
+
 TEST_F(SessionTest, DoesNothingBeforeItsDelayIsOver) {
     Begin(kLongPlans);
     session_->Stop();
