@@ -5,6 +5,7 @@ ardv_add_test(ardv_daemon_upper_tests
   unit/ardvrelayd/back_off_test.cpp
   unit/ardvrelayd/check_config_test.cpp
   unit/ardvrelayd/conf_page_test.cpp
+  unit/ardvrelayd/control_global_test.cpp
   unit/ardvrelayd/control_messages_test.cpp
   unit/ardvrelayd/control_session_test.cpp
   unit/ardvrelayd/control_wait_test.cpp
