@@ -7,8 +7,6 @@ using namespace ardv::test;
 using namespace ardv::daemon;
 using namespace ARDV::Relay;
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

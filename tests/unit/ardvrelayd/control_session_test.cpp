@@ -16,10 +16,6 @@ namespace {
 /** What follows a failure. */
 enum class Next { kNothing, kAtOnce, kUsual, kSlow };
 
-std::string ErrnoText(int number) {
-    return R"({"errno":)" + std::to_string(number) + "}";
-}
-
 struct FailureRow {
     const char* name;
     std::string body;

@@ -51,6 +51,11 @@ inline std::optional<std::chrono::milliseconds> TimeUntil(const daemon::EventLoo
     return std::nullopt;
 }
 
+/** A server's answer that is an error alone. */
+inline std::string ErrnoText(int number) {
+    return R"({"errno":)" + std::to_string(number) + "}";
+}
+
 /** A session of a device with a control server of its own. */
 class SessionTest : public DeviceTest {
 protected:
