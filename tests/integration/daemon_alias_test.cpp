@@ -59,7 +59,7 @@ TEST_P(AliasOutage, IsRecordedAndOutlived) {
         EXPECT_TRUE(daemon->Reload());
     }
     EXPECT_EQ(AwaitAlias("success"), "success");
-    EXPECT_EQ(DaemonStatus(), kLoggedIn);
+    EXPECT_EQ(AwaitStatus(kLoggedIn), kLoggedIn);
     ExpectOrderlyEnd();
 }
 
@@ -146,7 +146,7 @@ TEST_F(DaemonAlias, IsGivenUpWhenThereIsNoneAnyMore) {
     EXPECT_TRUE(daemon->Reload());
     EXPECT_TRUE(AwaitNames({}));
     EXPECT_EQ(AwaitAlias("not_set"), "not_set");
-    EXPECT_EQ(DaemonStatus(), kLoggedIn);
+    EXPECT_EQ(AwaitStatus(kLoggedIn), kLoggedIn);
 }
 
 TEST_F(DaemonAlias, IsGivenUpOnceTheServerIsBack) {
