@@ -32,7 +32,7 @@ public:
     /** Counts one failure and draws the time to wait. */
     std::chrono::milliseconds Next(const BackOffPlan& plan);
 
-    /** Whether what failed may be done again at once: true the first time since `Reset`, then false. */
+    /** Whether what failed may be done again at once, or soon, before any back-off: true the first time since `Reset`, then false. */
     bool MayGoAtOnce();
 
     /** Begins a new row, after a success that lasted. */

@@ -97,11 +97,11 @@ Answer ReadAnswer(const Request& request) {
     return answer;
 }
 
-Json::Value RegisterMessage(const RelaydConf& configuration, const NetworkConf& network) {
+Json::Value RegisterMessage(const RelaydConf& configuration, const NetworkConf& network, const AuthConf& identity) {
     Json::Value all;
     configuration.Write(all, true);
     auto message = Message("register");
-    AuthConf(true).Write(message["identity"], true);
+    identity.Write(message["identity"], true);
     network.Write(message["network"], true);
     message["service"] = all["service"];
     message["smartdns"] = all["server_smartdns"];

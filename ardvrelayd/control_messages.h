@@ -61,8 +61,9 @@ using CommandResult = std::pair<std::string, ARDV::Relay::RELAYD_RET>;
 /** Reads the outcome of a finished transfer. */
 Answer ReadAnswer(const ARDV::Relay::Request& request);
 
-/** The identity is read from the device; where it has none, its members are empty. */
-Json::Value RegisterMessage(const ARDV::Relay::RelaydConf& configuration, const ARDV::Relay::NetworkConf& network);
+/** What the control server is told of the device, its secrets included. */
+Json::Value RegisterMessage(const ARDV::Relay::RelaydConf& configuration, const ARDV::Relay::NetworkConf& network,
+                            const ARDV::Relay::AuthConf& identity);
 Json::Value KeepAliveMessage(const Credentials& credentials);
 Json::Value WaitMessage(const Credentials& credentials, const std::vector<CommandResult>& results);
 

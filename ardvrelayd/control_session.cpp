@@ -97,13 +97,14 @@ void ControlSession::RegisterAt(bool isGlobal) {
     isHoldingOff_ = false;
     isAtGlobalServer_ = isGlobal;
     Enter(Phase::kRegistering);
-    if (!AuthConf(true).HasCredentials()) {
+    const AuthConf identity(true);
+    if (!identity.HasCredentials()) {
         next_.Stop();
         const Answer nobody = {RELAYD_RET_ERR_CONFIG, std::nullopt, {}, "the device has no identity"};
         Fail("register", nobody, ActionFor(nobody));
         return;
     }
-    Send(Server(), RegisterMessage(device_.Configuration(), device_.Network()), "register",
+    Send(Server(), RegisterMessage(device_.Configuration(), device_.Network(), identity), "register",
          &ControlSession::OnRegistered);
 }
 

@@ -133,7 +133,7 @@ TEST_F(RegisterMessageTest, TellsWhoTheDeviceIsAndWhatItOffers) {
     const auto configuration = Load(R"({"serverID":"box-1","server_alias":{"alias":"attic"},
         "server_smartdns":{"enabled":true},"service":[{"id":"made-up","name":"Made up","port":5000,"ext_port":6000}]})");
     WriteText(kDeviceSettings, "timezone=\"Amsterdam\"\nexternal_host_ip=\"box.zz\"\n");
-    const auto message = RegisterMessage(configuration, NetworkConf(true));
+    const auto message = RegisterMessage(configuration, NetworkConf(true), AuthConf(true));
     EXPECT_EQ(message["version"], 1);
     EXPECT_EQ(message["command"], "register");
     EXPECT_EQ(message["identity"],
@@ -149,7 +149,7 @@ TEST_F(RegisterMessageTest, TellsWhoTheDeviceIsAndWhatItOffers) {
 }
 
 TEST_F(RegisterMessageTest, LeavesOutWhatTheDeviceHasNot) {
-    const auto message = RegisterMessage(Load("{}"), NetworkConf(true));
+    const auto message = RegisterMessage(Load("{}"), NetworkConf(true), AuthConf(true));
     EXPECT_FALSE(message.isMember("serverID"));
     EXPECT_FALSE(message.isMember("alias"));
     EXPECT_EQ(message["service"], Json::Value(Json::arrayValue));
@@ -159,7 +159,7 @@ TEST_F(RegisterMessageTest, LeavesOutWhatTheDeviceHasNot) {
 TEST_F(RegisterMessageTest, HasNoOtherMembers) {
     const auto configuration = Load(R"({"serverID":"box-1","server_alias":{"alias":"attic"},
         "server_kova":{"account":"someone@box.zz"},"log_file":"/var/log/x","tethra":{"enabled":true}})");
-    EXPECT_THAT(RegisterMessage(configuration, NetworkConf(true)).getMemberNames(),
+    EXPECT_THAT(RegisterMessage(configuration, NetworkConf(true), AuthConf(true)).getMemberNames(),
                 UnorderedElementsAre("version", "command", "identity", "serverID", "alias", "service", "network",
                                      "smartdns", "daemon"));
 }
@@ -167,7 +167,7 @@ TEST_F(RegisterMessageTest, HasNoOtherMembers) {
 TEST_F(RegisterMessageTest, HasEmptyTextsWithoutAnIdentity) {
     const CapturedLog quiet(0);
     std::filesystem::remove(kIdentityFile);
-    const auto identity = RegisterMessage(Load("{}"), NetworkConf(true))["identity"];
+    const auto identity = RegisterMessage(Load("{}"), NetworkConf(true), AuthConf(true))["identity"];
     for (const char* key : {"serial", "token", "key"}) {
         EXPECT_EQ(identity[key], "") << key;
     }
