@@ -214,8 +214,6 @@ public:
     void ResetTunnelData();
 
 private:
-    bool StartChild(const std::string& passFile, const Json::Value& candidate);
-
     std::int32_t pid_ = -1;
     std::string relayIp_;
     std::string relayIpv6_;
