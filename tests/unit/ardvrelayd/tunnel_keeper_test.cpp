@@ -46,6 +46,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 echo "$port $user" >>/run/tries
+echo $$ >/run/child
 [ "$port" != 1001 ] || exit 0
 [ "$port" != 1004 ] || trap '' TERM
 if [ "$port" != 1003 ]; then
@@ -283,7 +284,7 @@ TEST_F(TunnelKeeperTest, GivesUpWhatAnotherOrderReplaces) {
 
 TEST_F(TunnelKeeperTest, EndsOpenVpnBeforeTheRulesGo) {
     Install("/usr/sbin/iptables",
-            "#!/bin/sh\npgrep -x sleep >/dev/null && echo \"with OpenVPN: $*\" >>/run/calls\nexit 0\n");
+            "#!/bin/sh\nkill -0 $(cat /run/child) 2>/dev/null && echo \"with OpenVPN: $*\" >>/run/calls\nexit 0\n");
     keeper_->Open(Order({kComesUp}), "a");
     ASSERT_TRUE(RunUntilUp());
     Calls();
@@ -408,7 +409,7 @@ TEST_F(TunnelKeeperTest, BelievesNoSignalWithoutItsOpenVpnsWord) {
     WriteText(kTunnelInfoFile, "openvpn_pid=\"1\"\n");
     keeper_->OnReady();
     EXPECT_FALSE(keeper_->IsUp()) << "another's";
-    for (const std::string text : {child + "x", "", "-1", "99999999999999999999"}) {
+    for (const auto& text : std::vector<std::string>{child + "x", "", "-1", "99999999999999999999"}) {
         WriteText(kTunnelInfoFile, "openvpn_pid=\"" + text + "\"\n");
         keeper_->OnReady();
         EXPECT_FALSE(keeper_->IsUp()) << text;
