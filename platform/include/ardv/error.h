@@ -40,6 +40,7 @@ enum ArdvErrorCode {
     ARDV_ERR_CRYPTO = 0x0F00,            ///< the cryptographic library failed
     ARDV_ERR_NO_ANSWER = 0x1000,         ///< the router, or the service manager, can't be reached or is silent
     ARDV_ERR_SERVICE_FAILED = 0x1100,    ///< the service manager couldn't do with a unit what was asked
+    ARDV_ERR_PROGRAM_FAILED = 0x1200,    ///< a program that was run ended with a failure, was killed, or took too long
 };
 
 /// The code of the calling thread's last platform failure. Never fails, changes nothing.
