@@ -47,7 +47,7 @@ std::string TakeWord(std::string_view& line) {
         isQuoted = isQuoted != (line[size] == '"');
         size += line[size] == '\\' && size + 1 < line.size() ? 1U : 0U;
     }
-    const std::string word(line.substr(0, size));
+    std::string word(line.substr(0, size));
     line.remove_prefix(size);
     return word;
 }
@@ -191,12 +191,12 @@ private:
 
     void ComparePorts(const std::set<int>& open) {
         for (const int port : open) {
-            if (expected_.ports.count(port) == 0) {
+            if (!expected_.ports.contains(port)) {
                 Note("port " + std::to_string(port) + " is open without a permitted service");
             }
         }
         for (const int port : expected_.ports) {
-            if (open.count(port) == 0) {
+            if (!open.contains(port)) {
                 Note("port " + std::to_string(port) + " is closed, though the daemon says that it is open");
             }
         }
@@ -230,9 +230,10 @@ PacketFilter::PacketFilter(std::string_view listing) {
 }
 
 void PacketFilter::FindAccepting() {
-    for (const auto& [chain, rules] : chains_) {
-        if (std::any_of(rules.begin(), rules.end(), [&](const Rule& rule) { return MayAccept(chain, rule); })) {
-            accepting_.insert(chain);
+    for (const auto& entry : chains_) {
+        const auto mayAccept = [&](const Rule& rule) { return MayAccept(entry.first, rule); };
+        if (std::any_of(entry.second.begin(), entry.second.end(), mayAccept)) {
+            accepting_.insert(entry.first);
         }
     }
 }
@@ -252,7 +253,7 @@ bool PacketFilter::MayAccept(const std::string& chain, const Rule& rule) const {
     if (target == "RETURN") {
         return IsOneOf(kBaseChains, chain);
     }
-    return !HasChain(target) || accepting_.count(target) != 0;
+    return !HasChain(target) || accepting_.contains(target);
 }
 
 GuardFindings ExamineGuard(const PacketFilter& filter, const ExpectedGuard& expected, bool isIpv6) {

@@ -24,7 +24,7 @@ public:
     /** Lines that are no rules and no policies are passed over. */
     explicit PacketFilter(std::string_view listing);
 
-    bool HasChain(const std::string& chain) const { return chains_.count(chain) != 0; }
+    bool HasChain(const std::string& chain) const { return chains_.contains(chain); }
 
     /** The rules of a chain in their order; none for a chain that isn't there. */
     const std::vector<Rule>& RulesOf(const std::string& chain) const;

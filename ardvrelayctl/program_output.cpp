@@ -51,11 +51,9 @@ public:
 
     /** The process; -1 if there is none. */
     pid_t Start(std::vector<std::string> command) const {
-        std::vector<char*> arguments;
-        for (auto& word : command) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
+        std::vector<char*> arguments(command.size() + 1, nullptr);
+        std::transform(command.begin(), command.end(), arguments.begin(),
+                       [](std::string& word) { return word.data(); });
         std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
         std::string language = "LC_ALL=C";
         std::array<char*, 3> environment = {path.data(), language.data(), nullptr};

@@ -49,14 +49,6 @@ protected:
                          {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", ARDV_RELAYCTL});
         return RunProgram(arguments);
     }
-
-    static std::vector<std::string> RulesInJson() {
-        std::vector<std::string> rules;
-        for (const auto& row : RunJson({"tunnel", "rules"})["services"]) {
-            rules.push_back(row["id"].asString() + " " + row["rule"].asString());
-        }
-        return rules;
-    }
 };
 
 TEST_F(ArdvrelayctlTunnel, IsShownWithAllThatTheDaemonSaysOfIt) {
@@ -87,7 +79,7 @@ TEST_F(ArdvrelayctlTunnel, IsShownWithWhatWentWrongAndWhatComesNext) {
     EXPECT_THAT(result.out, StartsWith("status: FAILED\nmeaning: no candidate has led to the relay\n"));
     EXPECT_THAT(result.out, HasSubstr("last_error: no answer\nnext_try: 20"));
     EXPECT_THAT(result.out, HasSubstr(" (in 1 min)\nopenvpn: 2147483647, which is gone\nopen: (none)\n"));
-    EXPECT_THAT(result.out, Not(HasSubstr("candidate")));
+    EXPECT_THAT(result.out, Not(HasSubstr("candidate: ")));
     daemon.Publish(Tunnel(R"("status":"NONE","retry_at":1)"));
     EXPECT_THAT(Status().out, HasSubstr("next_try: 1970-01-01 "));
     EXPECT_THAT(Status().out, HasSubstr(" (now)\n"));
@@ -270,7 +262,8 @@ protected:
     /** What is wrong with the filter of a family, as the tool says. */
     static std::vector<std::string> Faults(const std::string& family) {
         std::vector<std::string> faults;
-        for (const auto& filter : RunJson({"tunnel", "rules"})["filter"]) {
+        const Json::Value report = RunJson({"tunnel", "rules"});
+        for (const auto& filter : report["filter"]) {
             for (const auto& fault : filter["faults"]) {
                 if (filter["family"] == family) {
                     faults.push_back(fault.asString());
@@ -387,10 +380,6 @@ TEST_F(ArdvrelayctlTunnelRules, NameWhatLetsPacketsPassAheadOfTheGuard) {
     }
     for (const char* rule : {"-j ACCEPT", "-p tcp -m tcp --dport 22 -j ACCEPT", "! -i lo -j ACCEPT",
                              "-i tun+ -j ACCEPT", "-m comment --comment -i -j ACCEPT", "-j RETURN", "-j NFQUEUE"}) {
-        if (RunProgram({"/sbin/iptables", "-I", "INPUT", "-m", "mark", "--mark", "1"}).exitCode != 0) {
-            GTEST_SKIP() << "this machine's packet filter has no marks";
-        }
-        Filter("iptables", "-D INPUT 1");
         Filter("iptables", std::string("-I INPUT ") + rule);
         EXPECT_THAT(Faults("IPv4"),
                     ElementsAre(StartsWith("ahead of the guard a rule may let packets of tun1000 pass: INPUT ")))
@@ -579,7 +568,11 @@ TEST_F(ArdvrelayctlTunnelPrograms, GetNothingOfTheToolsSurroundings) {
     EXPECT_THAT(seen, StartsWith("/sbin/ip6tables -w 5 -S\nLC_ALL=C\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\n"));
     EXPECT_THAT(seen, Not(HasSubstr("SECRET")));
     EXPECT_THAT(seen, Not(HasSubstr("\n7\n")));
-    EXPECT_THAT(seen, HasSubstr("SigIgn:\t0000000000000000\n0\n"));
+    EXPECT_THAT(seen, testing::EndsWith("\n0\n")) << "no input";
+    constexpr const char kIgnored[] = "SigIgn:\t";
+    ASSERT_THAT(seen, HasSubstr(kIgnored));
+    const auto ignored = std::stoull(seen.substr(seen.find(kIgnored) + sizeof kIgnored - 1), nullptr, 16);
+    EXPECT_EQ(ignored & (1ULL << (SIGPIPE - 1U) | 1ULL << (SIGCHLD - 1U)), 0U);
 }
 
 TEST_F(ArdvrelayctlTunnelPrograms, ArePrintedFitForATerminalWhateverTheyPrint) {
