@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::size_t kMaxEntries = 4096;
 
+constexpr std::string_view kTunnelName = "tun1000";
+
 // What a peer could notice of a link's flags; somebody who listens in on it (IFF_PROMISC) can't be noticed.
 constexpr unsigned kLinkFlags = IFF_UP | IFF_RUNNING | IFF_LOWER_UP | IFF_LOOPBACK | IFF_POINTOPOINT;
 
@@ -53,6 +55,13 @@ public:
         return {};
     }
 
+    /** The value of such an attribute. */
+    std::string_view ValueOf(unsigned type) const {
+        auto attribute = Find(type);
+        attribute.remove_prefix(std::min(sizeof(nlattr), attribute.size()));
+        return attribute;
+    }
+
     /** Several attributes in this order, with their headers, so that no two lists of them read the same. */
     std::string Gather(std::initializer_list<unsigned> types) const {
         std::string text;
@@ -74,6 +83,21 @@ std::string Numbers(std::initializer_list<std::uint32_t> numbers) {
         text.append(std::to_string(number)).append(" ");
     }
     return text;
+}
+
+std::string_view NameOf(const Record<ifinfomsg>& link) {
+    const auto name = link.ValueOf(IFLA_IFNAME);
+    return name.substr(0, name.find('\0'));
+}
+
+/** The interface that a route leads out of; 0 where it names none, or several. */
+std::uint32_t InterfaceOf(const Record<rtmsg>& route) {
+    const auto value = route.ValueOf(RTA_OIF);
+    std::uint32_t index = 0;
+    if (value.size() == sizeof index) {
+        std::memcpy(&index, value.data(), sizeof index);
+    }
+    return index;
 }
 
 bool IsNews(std::map<std::string, std::string>& facts, bool isThere, const std::string& what, std::string said) {
@@ -112,6 +136,7 @@ bool NetworkTable::Take(std::uint16_t type, std::string_view record) {
 }
 
 void NetworkTable::Forget() {
+    tunnel_ = 0;
     links_.clear();
     addresses_.clear();
     routes_.clear();
@@ -123,7 +148,15 @@ bool NetworkTable::TakeLink(bool isThere, std::string_view record) {
     if (!link.IsValid() || !link.Find(IFLA_WIRELESS).empty()) {
         return false;
     }
-    const auto what = Numbers({link->ifi_family, static_cast<std::uint32_t>(link->ifi_index)});
+    const auto index = static_cast<std::uint32_t>(link->ifi_index);
+    const auto name = NameOf(link);
+    if (name == kTunnelName || (name.empty() && IsTunnel(index))) {
+        return TakeTunnel(isThere || link->ifi_family != AF_UNSPEC, index);
+    }
+    if (IsTunnel(index)) {
+        tunnel_ = 0;  // it has another name now, or another interface has its index
+    }
+    const auto what = Numbers({index, link->ifi_family});
     auto said = Numbers({link->ifi_type, link->ifi_flags & kLinkFlags}) +
                 link.Gather({IFLA_IFNAME, IFLA_ADDRESS, IFLA_MTU, IFLA_OPERSTATE, IFLA_MASTER});
     const bool isNews = IsNews(links_, isThere, what, std::move(said));
@@ -133,12 +166,34 @@ bool NetworkTable::TakeLink(bool isThere, std::string_view record) {
     return isNews;
 }
 
+// A bridge that lets go of a port takes leave of it as if of a link, which is why only a message of no family ends one.
+bool NetworkTable::TakeTunnel(bool isThere, std::uint32_t index) {
+    const bool isNews = !IsTunnel(index) && ForgetLink(index);
+    if (isThere) {
+        tunnel_ = index;
+    } else if (IsTunnel(index)) {
+        tunnel_ = 0;
+    }
+    return isNews;
+}
+
+/** Forgets a link, with its addresses and whatever leads out of it. Whether such a link was known. */
+bool NetworkTable::ForgetLink(std::uint32_t index) {
+    const auto isOfLink = [start = Numbers({index})](const auto& fact) { return fact.first.starts_with(start); };
+    const bool wereAddresses = std::erase_if(addresses_, isOfLink) > 0;
+    const bool wasKnown = std::erase_if(links_, isOfLink) > 0;
+    if (wasKnown || wereAddresses) {
+        routes_.clear();
+    }
+    return wasKnown;
+}
+
 bool NetworkTable::TakeAddress(bool isThere, std::string_view record) {
     const Record<ifaddrmsg> address(record);
-    if (!address.IsValid()) {
+    if (!address.IsValid() || IsTunnel(address->ifa_index)) {
         return false;
     }
-    const auto what = Numbers({address->ifa_family, address->ifa_prefixlen, address->ifa_index}) +
+    const auto what = Numbers({address->ifa_index, address->ifa_family, address->ifa_prefixlen}) +
                       address.Gather({IFA_LOCAL, IFA_ADDRESS});
     auto said = Numbers({address->ifa_scope, address->ifa_flags}) + address.Gather({IFA_FLAGS});
     const bool isNews = IsNews(addresses_, isThere, what, std::move(said));
@@ -151,7 +206,7 @@ bool NetworkTable::TakeAddress(bool isThere, std::string_view record) {
 // A route that takes another's place does so without the other being reported as gone, so both are one entry.
 bool NetworkTable::TakeRoute(bool isThere, std::string_view record) {
     const Record<rtmsg> route(record);
-    if (!route.IsValid() || (route->rtm_flags & RTM_F_CLONED) != 0) {
+    if (!route.IsValid() || (route->rtm_flags & RTM_F_CLONED) != 0 || IsTunnel(InterfaceOf(route))) {
         return false;
     }
     const auto what =

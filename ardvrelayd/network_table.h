@@ -9,7 +9,13 @@
 
 namespace ardv::daemon {
 
-/** What the kernel has said of links, addresses and routes, to tell its news from what it says again. */
+/**
+ * What the kernel has said of links, addresses and routes, to tell its news from what it says again.
+ *
+ * The relay tunnel's own interface, "tun1000", is no news, nor are its addresses and the routes out of it: the daemon makes it come and
+ * go. It is known by its link, so an address or a route that is told before the link is news, once. An interface that takes this
+ * name counts as one that goes, one that gives it up as one that comes.
+ */
 class NetworkTable {
 public:
     /**
@@ -28,12 +34,16 @@ public:
     std::size_t Size() const { return links_.size() + addresses_.size() + routes_.size(); }
 
 private:
-    using Facts = std::map<std::string, std::string>;  ///< what is said, by what it is said of
+    using Facts = std::map<std::string, std::string>;  ///< what is said, by what it is said of: a link's index first
 
     bool TakeLink(bool isThere, std::string_view record);
     bool TakeAddress(bool isThere, std::string_view record);
     bool TakeRoute(bool isThere, std::string_view record);
+    bool IsTunnel(std::uint32_t index) const { return tunnel_ != 0 && index == tunnel_; }
+    bool TakeTunnel(bool isThere, std::uint32_t index);
+    bool ForgetLink(std::uint32_t index);
 
+    std::uint32_t tunnel_ = 0;  ///< index of the tunnel's interface; 0 while none is known
     Facts links_;
     Facts addresses_;
     Facts routes_;

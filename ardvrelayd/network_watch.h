@@ -28,7 +28,7 @@ struct NetworkPace {
  *
  * What changes nothing that a peer could notice is no news: an address whose lifetime alone is renewed, as router
  * advertisements do every few minutes; a link whose counters or radio scan are reported; a route that the kernel remembers for one
- * destination. Where messages were lost, that is news.
+ * destination; the relay tunnel's own interface, "tun1000". Where messages were lost, that is news.
  *
  * Whatever is read of the network after this object was made is either up to date or followed by a call.
  */

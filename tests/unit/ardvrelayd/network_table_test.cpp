@@ -32,18 +32,31 @@ std::string Attribute(unsigned short type, std::string_view value) {
     return text;
 }
 
-std::string Link(unsigned flags, const std::string& attributes = "") {
+constexpr std::uint32_t kLan = 2;
+constexpr std::uint32_t kTunnel = 7;
+
+std::string NamedLink(std::uint32_t index, const std::string& name, unsigned flags, const std::string& attributes = "",
+                      unsigned char family = AF_UNSPEC) {
     ifinfomsg link = {};
-    link.ifi_index = 2;
+    link.ifi_family = family;
+    link.ifi_index = static_cast<int>(index);
     link.ifi_flags = flags;
-    return Bytes(link) + Attribute(IFLA_IFNAME, "lan0") + attributes;
+    return Bytes(link) + (name.empty() ? "" : Attribute(IFLA_IFNAME, name + '\0')) + attributes;
 }
 
-std::string Address(std::uint32_t flags, const std::string& address = "0123456789abcdef") {
+std::string Link(unsigned flags, const std::string& attributes = "") {
+    return NamedLink(kLan, "lan0", flags, attributes);
+}
+
+std::string Tunnel(unsigned flags) {
+    return NamedLink(kTunnel, "tun1000", flags);
+}
+
+std::string Address(std::uint32_t flags, const std::string& address = "0123456789abcdef", std::uint32_t index = kLan) {
     ifaddrmsg header = {};
     header.ifa_family = AF_INET6;
     header.ifa_prefixlen = 64;
-    header.ifa_index = 2;
+    header.ifa_index = index;
     return Bytes(header) + Attribute(IFA_ADDRESS, address) + Attribute(IFA_FLAGS, Bytes(flags));
 }
 
@@ -53,6 +66,14 @@ std::string Route(const std::string& gateway, unsigned flags = 0) {
     route.rtm_table = RT_TABLE_MAIN;
     route.rtm_flags = flags;
     return Bytes(route) + Attribute(RTA_GATEWAY, gateway);
+}
+
+std::string RouteOutOf(std::uint32_t index) {
+    return Route("gateway") + Attribute(RTA_OIF, Bytes(index));
+}
+
+std::string AddressOf(std::uint32_t index) {
+    return Address(0, "0123456789abcdef", index);
 }
 
 }  // namespace
@@ -128,6 +149,100 @@ TEST(NetworkTable, TakesARouteForNewsAgainAfterItsLinkOrAddressChanged) {
     EXPECT_TRUE(table.Take(RTM_NEWROUTE, Route("a")));
     table.Take(RTM_NEWADDR, Address(0));
     EXPECT_FALSE(table.Take(RTM_NEWROUTE, Route("a"))) << "nothing has happened to it";
+}
+
+TEST(NetworkTable, PassesOverTheTunnelsInterfaceWithItsAddressesAndRoutes) {
+    NetworkTable table;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(table.Take(RTM_NEWLINK, Tunnel(0)));
+        EXPECT_FALSE(table.Take(RTM_NEWLINK, Tunnel(IFF_UP)));
+        EXPECT_FALSE(table.Take(RTM_NEWLINK, NamedLink(kTunnel, "", IFF_UP))) << "also where its name is not repeated";
+        EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+        EXPECT_FALSE(table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel)));
+        EXPECT_EQ(table.Size(), 0U);
+        EXPECT_FALSE(table.Take(RTM_DELROUTE, RouteOutOf(kTunnel)));
+        EXPECT_FALSE(table.Take(RTM_DELADDR, AddressOf(kTunnel)));
+        EXPECT_FALSE(table.Take(RTM_DELLINK, Tunnel(0)));
+    }
+}
+
+TEST(NetworkTable, TellsOtherInterfacesFromTheTunnels) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    for (const char* name : {"tun100", "tun10000", "xtun1000", "TUN1000"}) {
+        EXPECT_TRUE(table.Take(RTM_NEWLINK, NamedLink(kLan, name, IFF_UP))) << name;
+    }
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kLan)));
+    EXPECT_TRUE(table.Take(RTM_NEWROUTE, RouteOutOf(kLan)));
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel * 10))) << "whose index begins like the tunnel's";
+    EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+}
+
+TEST(NetworkTable, KeepsWhatItKnowsOfOthersWhileTheTunnelComesAndGoes) {
+    NetworkTable table;
+    const auto other = NamedLink(kTunnel * 10, "lan1", IFF_UP);
+    table.Take(RTM_NEWLINK, other);
+    table.Take(RTM_NEWADDR, AddressOf(kTunnel * 10));
+    table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel * 10));
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel));
+    table.Take(RTM_DELLINK, Tunnel(0));
+    EXPECT_FALSE(table.Take(RTM_NEWLINK, other));
+    EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel * 10)));
+    EXPECT_FALSE(table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel * 10)));
+}
+
+TEST(NetworkTable, TakesAnInterfaceThatTakesTheTunnelsNameForOneThatGoes) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, NamedLink(kTunnel, "lan1", IFF_UP));
+    table.Take(RTM_NEWADDR, AddressOf(kTunnel));
+    EXPECT_TRUE(table.Take(RTM_NEWLINK, Tunnel(IFF_UP)));
+    EXPECT_EQ(table.Size(), 0U);
+    EXPECT_FALSE(table.Take(RTM_DELADDR, AddressOf(kTunnel)));
+    EXPECT_TRUE(table.Take(RTM_NEWLINK, NamedLink(kTunnel, "lan1", IFF_UP)));
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel))) << "it was taken away unheard";
+}
+
+TEST(NetworkTable, TakesAnInterfaceThatGivesUpTheTunnelsNameForOneThatComes) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    EXPECT_TRUE(table.Take(RTM_NEWLINK, NamedLink(kTunnel, "lan1", IFF_UP)));
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+    EXPECT_TRUE(table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel)));
+    EXPECT_FALSE(table.Take(RTM_NEWLINK, NamedLink(kTunnel + 1, "tun1000", IFF_UP))) << "the next one of this name";
+    EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel + 1)));
+}
+
+TEST(NetworkTable, SeesAnInterfaceThatGetsTheTunnelsFormerIndex) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    table.Take(RTM_DELLINK, Tunnel(0));
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+    EXPECT_TRUE(table.Take(RTM_NEWROUTE, RouteOutOf(kTunnel)));
+    EXPECT_TRUE(table.Take(RTM_NEWLINK, NamedLink(kTunnel, "lan1", IFF_UP)));
+}
+
+TEST(NetworkTable, TakesAnAddressToldBeforeTheTunnelsLinkForNewsOnce) {
+    NetworkTable table;
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+    EXPECT_FALSE(table.Take(RTM_NEWLINK, Tunnel(IFF_UP)));
+    EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+    EXPECT_FALSE(table.Take(RTM_DELADDR, AddressOf(kTunnel)));
+    EXPECT_EQ(table.Size(), 0U);
+}
+
+TEST(NetworkTable, KnowsTheTunnelStillAfterABridgeHasLetGoOfIt) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    EXPECT_FALSE(table.Take(RTM_DELLINK, NamedLink(kTunnel, "tun1000", IFF_UP, "", AF_BRIDGE)));
+    EXPECT_FALSE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
+}
+
+TEST(NetworkTable, ForgetsTheTunnelWithEverything) {
+    NetworkTable table;
+    table.Take(RTM_NEWLINK, Tunnel(IFF_UP));
+    table.Forget();
+    EXPECT_TRUE(table.Take(RTM_NEWADDR, AddressOf(kTunnel)));
 }
 
 TEST(NetworkTable, TakesEverythingForNewsOnceItHasForgotten) {

@@ -159,6 +159,48 @@ TEST_F(NetworkChanges, AreNoneWhereARouteIsMerelyRenewed) {
     EXPECT_EQ(CallsAfter("-6 route add 2001:db8:1::/48 dev lo expires 1000"), 1);
 }
 
+TEST_F(NetworkChanges, AreNoneWhereTheTunnelComesAndGoes) {
+    if (RunProgram({"ip", "tuntap", "add", "dev", "tun9", "mode", "tun"}).exitCode != 0) {
+        GTEST_SKIP() << "this machine has no tunnel interfaces";
+    }
+    Watch();
+    const auto turns = loop_.Turns();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(CallsAfter("tuntap add dev tun1000 mode tun"), 0);
+        EXPECT_EQ(CallsAfter("address add 10.8.0.2/24 dev tun1000"), 0);
+        EXPECT_EQ(CallsAfter("-6 address add fd78::2/64 dev tun1000 nodad"), 0);
+        EXPECT_EQ(CallsAfter("link set tun1000 up mtu 1400"), 0);
+        EXPECT_EQ(CallsAfter("route add 198.51.100.0/24 dev tun1000"), 0);
+        EXPECT_EQ(CallsAfter("-6 route add 2001:db8:1::/48 dev tun1000"), 0);
+        EXPECT_EQ(CallsAfter("-6 address del fd78::2/64 dev tun1000"), 0);
+        EXPECT_EQ(CallsAfter("tuntap del dev tun1000 mode tun"), 0);
+    }
+    EXPECT_GE(loop_.Turns() - turns, 16U) << "the kernel did report them";
+    EXPECT_EQ(CallsAfter("link set tun9 up"), 1) << "which is another tunnel";
+    EXPECT_EQ(CallsAfter("address add 10.8.0.2/24 dev tun9"), 1);
+    EXPECT_EQ(CallsAfter("tuntap del dev tun9 mode tun"), 1);
+}
+
+TEST_F(NetworkChanges, AreNoneOfATunnelThatWasThereBefore) {
+    if (RunProgram({"ip", "tuntap", "add", "dev", "tun1000", "mode", "tun"}).exitCode != 0) {
+        GTEST_SKIP() << "this machine has no tunnel interfaces";
+    }
+    Watch();
+    EXPECT_EQ(CallsAfter("address add 10.8.0.2/24 dev tun1000"), 0);
+    EXPECT_EQ(CallsAfter("tuntap del dev tun1000 mode tun"), 0);
+}
+
+TEST_F(NetworkChanges, AreToldWhereAnInterfaceGetsTheTunnelsNameOrLosesIt) {
+    if (RunProgram({"ip", "tuntap", "add", "dev", "tun9", "mode", "tun"}).exitCode != 0) {
+        GTEST_SKIP() << "this machine has no tunnel interfaces";
+    }
+    Watch();
+    EXPECT_EQ(CallsAfter("link set tun9 name tun1000"), 1);
+    EXPECT_EQ(CallsAfter("address add 10.8.0.2/24 dev tun1000"), 0);
+    EXPECT_EQ(CallsAfter("link set tun1000 name tun9"), 1);
+    EXPECT_EQ(CallsAfter("address del 10.8.0.2/24 dev tun9"), 1);
+}
+
 TEST_F(NetworkChanges, ThatWereLostAreToldAsOne) {
     Ip("address add 192.0.2.1/32 dev lo valid_lft 3000 preferred_lft 2000");
     Watch();
