@@ -13,6 +13,7 @@
 #include "json_member.h"
 #include "log.h"
 #include "report.h"
+#include "tunnel_leftovers.h"
 
 DAEMON_LOG_SOURCE("application.cpp");
 
@@ -34,8 +35,13 @@ Application::Application(const Options& options, const RelaydConf& configuration
       engine_(loop_),
       device_(configuration, options.configFile),
       session_(loop_, engine_, device_, errors_, options.retry,
-               {[this] { OnSessionChange(); }, [this](const ServerCommand& command) { return CarryOut(command); }}),
+               {[this] { OnSessionChange(); }, [this](const ServerCommand& command) { return CarryOut(command); },
+                [this] { return tunnel_.ToldToServer(); }}),
       alias_(loop_, engine_, device_, errors_, options.retry),
+      tunnel_(loop_, device_, errors_, options.retry,
+              {[this] { OnTunnelChange(); },
+               [this](const std::string& id, RELAYD_RET result) { session_.Finish(id, result); },
+               [this] { return AskForTunnel(); }}),
       signals_(loop_, [this](Command command) { Obey(command); }),
       network_(loop_, [this] { OnNetworkChange(); }),
       clock_(loop_, [this](const ClockChange& change) { OnClockChange(change); }),
@@ -43,6 +49,7 @@ Application::Application(const Options& options, const RelaydConf& configuration
       startedAt_(std::chrono::steady_clock::now()) {}
 
 void Application::Run() {
+    ClearTunnelLeftovers();
     SwitchOnOrOff(RandomTime(options_.startSpread));
     Publish();
     manager_.Ready();
@@ -59,6 +66,9 @@ void Application::Obey(Command command) {
         {Command::kReload, &Application::Reload},
         {Command::kReport, &Application::Report},
         {Command::kUpdateAlias, &Application::UpdateAlias},
+        {Command::kChildEnded, &Application::OnChildEnded},
+        {Command::kTunnelReady, &Application::OnTunnelReady},
+        {Command::kTunnelAlarm, &Application::OnTunnelAlarm},
     };
     const auto* row =
         std::find_if(std::begin(kActs), std::end(kActs), [command](const Row& r) { return r.command == command; });
@@ -71,6 +81,7 @@ void Application::Stop() {
     isStopping_ = true;
     loop_.Stop();  // first of all: it ends whatever becomes of the rest
     manager_.Stopping();
+    tunnel_.Stop();
     session_.Stop();
     alias_.Stop();
     Publish();
@@ -99,6 +110,7 @@ void Application::Reload() {
         session_.TryNow();
     }
     alias_.OnReload();
+    tunnel_.OnReload();
     Publish();
     manager_.Ready();
 }
@@ -124,6 +136,7 @@ void Application::OnNetworkChange() {
     DAEMON_LOG(LOG_NOTICE, "the network has changed");
     session_.RegisterNow();
     alias_.OnNetworkChange();
+    tunnel_.TryNow();
 }
 
 // Of a link that goes up and down all the time the servers are not to suffer.
@@ -148,6 +161,12 @@ void Application::OnClockChange(const ClockChange& change) {
 }
 
 void Application::OnSessionChange() {
+    if (!session_.IsStanding()) {
+        tunnelAskers_.clear();  // commands of a session that is over
+    }
+    if (session_.State() == RELAYD_STATE_NONE) {
+        tunnel_.Close();  // who is refused is not relayed
+    }
     alias_.Refresh();
     Publish();
 }
@@ -156,46 +175,17 @@ void Application::SwitchOnOrOff(milliseconds delay) {
     if (!device_.IsWanted()) {
         session_.Stop();
         alias_.Stop();
+        tunnel_.Close();
         return;
     }
     session_.Start(delay);
     alias_.Start(delay);
 }
 
-std::optional<RELAYD_RET> Application::CarryOut(const ServerCommand& command) {
-    struct Row {
-        const char* name;
-        std::optional<RELAYD_RET> (*act)(Application& self, const ServerCommand& command);
-    };
-    static constexpr Row kCommands[] = {
-        {"update_alias", [](Application& self, const ServerCommand& c) { return self.UpdateAliasFor(c.id); }},
-        {"open_tunnel", [](Application& self, const ServerCommand& c) { return self.RefuseTunnel(c); }},
-        {"close_tunnel", [](Application&, const ServerCommand&) { return std::optional(RELAYD_RET_SUCCESS); }},
-    };
-    const auto* row = std::find_if(std::begin(kCommands), std::end(kCommands),
-                                   [&command](const Row& r) { return command.name == r.name; });
-    return row == std::end(kCommands) ? std::optional(RELAYD_RET_ERR_NOT_SUPPORT) : row->act(*this, command);
-}
-
-// What came over plain HTTP anybody could have written.
-std::optional<RELAYD_RET> Application::RefuseTunnel(const ServerCommand& command) const {
-    const bool isSafe = device_.Configuration().GetWaitCmdServer().GetUrl(nullptr).rfind("https://", 0) == 0;
-    const bool isWhole = ObjectMember(command.members, "relay") && ArrayMember(command.members, "candidates");
-    if (!isSafe) {
-        return RELAYD_RET_ERR_VIOLATION;
-    }
-    return isWhole ? RELAYD_RET_ERR_NOT_SUPPORT : RELAYD_RET_ERR_UNKNOWN;
-}
-
-std::optional<RELAYD_RET> Application::UpdateAliasFor(const std::string& id) {
-    alias_.UpdateNow([this, id](RELAYD_RET result) { session_.Finish(id, result); });
-    return std::nullopt;
-}
-
 Status Application::CurrentStatus() const {
     const auto& configuration = device_.Configuration();
     Status status;
-    status.state = isStopping_ ? RELAYD_STATE_STOPPED : session_.State();
+    status.state = isStopping_ ? RELAYD_STATE_STOPPED : State();
     status.error = session_.Error();
     status.serverId = configuration.GetServerId();
     status.alias = configuration.GetAliasConf().GetAliasName();
@@ -204,7 +194,12 @@ Status Application::CurrentStatus() const {
             status.services.push_back(service.GetId());
         }
     }
+    status.tunnel = tunnel_.Published();
     return status;
+}
+
+RELAYD_STATE Application::State() const {
+    return session_.IsStanding() && tunnel_.IsUp() ? RELAYD_STATE_CONNECTED_RELAY : session_.State();
 }
 
 void Application::Publish() {
@@ -223,6 +218,7 @@ Json::Value Application::Describe() const {
     report["configuration"] = DescribeConfiguration(device_.Configuration());
     report["session"] = session_.Describe();
     report["alias"] = alias_.Describe();
+    report["tunnel"] = tunnel_.Describe();
     report["transfers"] = DescribeTransfers(engine_);
     report["timers"] = DescribeTimers(loop_);
     report["errors"] = errors_.Describe();
@@ -237,7 +233,7 @@ Json::Value Application::Describe() const {
 }
 
 bool Application::IsHealthy(std::string& why) const {
-    return engine_.IsHealthy(why) && session_.IsHealthy(why) && alias_.IsHealthy(why);
+    return engine_.IsHealthy(why) && session_.IsHealthy(why) && alias_.IsHealthy(why) && tunnel_.IsHealthy(why);
 }
 
 }  // namespace ardv::daemon

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <json/value.h>
 
@@ -19,6 +20,7 @@
 #include "signals.h"
 #include "status_file.h"
 #include "transfer_engine.h"
+#include "tunnel_keeper.h"
 
 namespace ardv::daemon {
 
@@ -45,8 +47,15 @@ private:
     void OnSessionChange();
     void SwitchOnOrOff(std::chrono::milliseconds delay);
     std::optional<ARDV::Relay::RELAYD_RET> CarryOut(const ServerCommand& command);
-    std::optional<ARDV::Relay::RELAYD_RET> RefuseTunnel(const ServerCommand& command) const;
     std::optional<ARDV::Relay::RELAYD_RET> UpdateAliasFor(const std::string& id);
+    std::optional<ARDV::Relay::RELAYD_RET> OpenTunnel(const ServerCommand& command);
+    bool AskForTunnel();
+    void OnTunnelOrder(const Answer& answer);
+    void OnChildEnded();
+    void OnTunnelReady();
+    void OnTunnelAlarm();
+    void OnTunnelChange();
+    ARDV::Relay::RELAYD_STATE State() const;
     Status CurrentStatus() const;
     void Publish();
     Json::Value Describe() const;
@@ -60,10 +69,13 @@ private:
     StatusFile statusFile_;
     ControlSession session_;
     AliasKeeper alias_;
+    TunnelKeeper tunnel_;
     SignalSource signals_;
     NetworkWatch network_;
     ClockWatch clock_;
     ServiceManager manager_;
+    std::vector<std::string> tunnelAskers_;  // commands that wait for the order that the control server was asked for
+    Json::Value tunnelTold_;
     Json::UInt64 reloads_ = 0;
     std::chrono::steady_clock::time_point startedAt_;
     std::chrono::steady_clock::time_point triedAt_;

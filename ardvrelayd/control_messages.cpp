@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
+#include "address_text.h"
 #include "json_member.h"
 
 namespace ardv::daemon {
@@ -18,7 +20,6 @@ constexpr int kProtocolVersion = 1;
 constexpr std::size_t kMaxAnswerSize = 1U << 20U;
 constexpr std::size_t kMaxIdentifierSize = 64;
 constexpr std::size_t kMaxSecretSize = 128;
-constexpr std::size_t kMaxHostSize = 253;  // RFC 1035, without the root's dot
 constexpr Json::ArrayIndex kMaxCommands = 16;
 constexpr seconds kShortestKeepAlive{60};
 constexpr seconds kLongestKeepAlive{86400};
@@ -30,13 +31,6 @@ bool IsAlphanumeric(char c) {
 bool IsIdentifier(const std::string& text, std::size_t maxSize) {
     const auto belongs = [](char c) { return IsAlphanumeric(c) || c == '.' || c == '_' || c == '-'; };
     return !text.empty() && text.size() <= maxSize && std::all_of(text.begin(), text.end(), belongs);
-}
-
-bool IsHostName(const std::string& text) {
-    const auto belongs = [](char c) { return IsAlphanumeric(c) || c == '.' || c == '-'; };
-    return !text.empty() && text.size() <= kMaxHostSize && IsAlphanumeric(text.front()) &&
-           IsAlphanumeric(text.back()) && std::all_of(text.begin(), text.end(), belongs) &&
-           text.find("..") == std::string::npos;
 }
 
 Json::Value Message(const char* command) {
@@ -115,10 +109,29 @@ Json::Value RegisterMessage(const RelaydConf& configuration, const NetworkConf& 
     return message;
 }
 
-Json::Value KeepAliveMessage(const Credentials& credentials) {
-    auto message = Message("keep_alive");
+namespace {
+
+Json::Value SessionMessage(const char* command, const Credentials& credentials) {
+    auto message = Message(command);
     message["serverID"] = credentials.serverId;
     message["session"] = credentials.session;
+    return message;
+}
+
+}  // namespace
+
+Json::Value KeepAliveMessage(const Credentials& credentials) {
+    return SessionMessage("keep_alive", credentials);
+}
+
+Json::Value TunnelMessage(const Credentials& credentials) {
+    return SessionMessage("get_tunnel", credentials);
+}
+
+Json::Value WithTunnel(Json::Value message, const Json::Value& tunnel) {
+    if (!tunnel.isNull()) {
+        message["tunnel"] = tunnel;
+    }
     return message;
 }
 

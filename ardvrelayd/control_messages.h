@@ -66,6 +66,10 @@ Json::Value RegisterMessage(const ARDV::Relay::RelaydConf& configuration, const 
                             const ARDV::Relay::AuthConf& identity);
 Json::Value KeepAliveMessage(const Credentials& credentials);
 Json::Value WaitMessage(const Credentials& credentials, const std::vector<CommandResult>& results);
+Json::Value TunnelMessage(const Credentials& credentials);
+
+/** Adds how the tunnel is to one of the messages above; null: none is ordered. */
+Json::Value WithTunnel(Json::Value message, const Json::Value& tunnel);
 
 /** Nothing where a required member is missing or wrong. */
 std::optional<Registration> ReadRegistration(const Json::Value& answer);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "address_text.h"
 #include "log.h"
 
 DAEMON_LOG_SOURCE("control_session.cpp");
@@ -104,8 +105,8 @@ void ControlSession::RegisterAt(bool isGlobal) {
         Fail("register", nobody, ActionFor(nobody));
         return;
     }
-    Send(Server(), RegisterMessage(device_.Configuration(), device_.Network(), identity), "register",
-         &ControlSession::OnRegistered);
+    const auto message = RegisterMessage(device_.Configuration(), device_.Network(), identity);
+    Send(Server(), WithTunnel(message, events_.tunnel()), "register", &ControlSession::OnRegistered);
 }
 
 // The control server that was assigned may be gone for good; the global one knows where to go instead. Every second try: the
@@ -166,7 +167,8 @@ void ControlSession::Adopt(const Terms& terms) {
 }
 
 void ControlSession::KeepAlive() {
-    Send(Server(), KeepAliveMessage(credentials_), "keep alive", &ControlSession::OnKeptAlive);
+    Send(Server(), WithTunnel(KeepAliveMessage(credentials_), events_.tunnel()), "keep alive",
+         &ControlSession::OnKeptAlive);
 }
 
 void ControlSession::OnKeptAlive(const Answer& answer) {
@@ -187,6 +189,21 @@ void ControlSession::OnKeptAlive(const Answer& answer) {
     if (wasDoubtful) {
         Wait();
     }
+}
+
+bool ControlSession::AskForTunnel(std::function<void(const Answer&)> done) {
+    const auto url = Server().GetUrl(nullptr);
+    if (phase_ != Phase::kStanding || !IsHttps(url)) {
+        return false;
+    }
+    errand_ = engine_.Start(
+        std::make_shared<Request>(url, TunnelMessage(credentials_), true),
+        [this, done = std::move(done)](Request& finished) {
+            const auto token = std::move(errand_);
+            done(ReadAnswer(finished));
+        },
+        "tunnel");
+    return true;
 }
 
 // The server does not answer. Whether the session is over, only the server can tell.
@@ -287,6 +304,7 @@ const BackOffPlan& ControlSession::PlanFor(Action action) const {
 }
 
 void ControlSession::ForgetSession() {
+    errand_.reset();
     exchange_.reset();  // a sign of life may be under way; its answer is no news of another session
     StopWaiting();
     credentials_ = {};

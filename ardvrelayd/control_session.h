@@ -37,6 +37,8 @@ public:
         std::function<void()> changed;
         /** Carries a command out. Its result, or nothing where `Finish` will be called for it later. */
         std::function<std::optional<ARDV::Relay::RELAYD_RET>(const ServerCommand&)> command;
+        /** What the servers are told of the tunnel; null where none is ordered. */
+        std::function<Json::Value()> tunnel;
     };
 
     /** Begins nothing yet. Everything that it is given must outlive it. */
@@ -63,6 +65,17 @@ public:
      * after minutes. The answer tells whether the session stands still.
      */
     void WaitAnew();
+
+    /** Tells the servers how the tunnel is now: by another wait in place of the one under way. Without one, the next will tell. */
+    void TellTunnel();
+
+    /**
+     * Asks the control server for the tunnel that it has ordered.
+     *
+     * @param done called once from the loop, unless the session is over before
+     * @return false where there is no session or the control server is not asked by HTTPS: who opens the device's door must be known
+     */
+    bool AskForTunnel(std::function<void(const Answer&)> done);
 
     /** The result of a command that was carried out in the background. */
     void Finish(const std::string& id, ARDV::Relay::RELAYD_RET result);
@@ -148,6 +161,7 @@ private:
     Clock::time_point standingSince_;
     BackOff backOff_;
     std::unique_ptr<Transfer> exchange_;
+    std::unique_ptr<Transfer> errand_;  // the question for the tunnel
     Timer next_;
 
     std::unique_ptr<Transfer> wait_;

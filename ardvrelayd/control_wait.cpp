@@ -31,7 +31,7 @@ Action AfterSessionEndedByWait(Action action) {
 void ControlSession::Wait() {
     waitAgain_.Stop();
     auto request = std::make_shared<Request>(device_.Configuration().GetWaitCmdServer().GetUrl(nullptr),
-                                             WaitMessage(credentials_, results_), true);
+                                             WithTunnel(WaitMessage(credentials_, results_), events_.tunnel()), true);
     if (request->IsValid()) {
         request->SetTcpKeepAlive(kProbeSeconds);
     }
@@ -52,6 +52,12 @@ void ControlSession::Wait() {
 void ControlSession::WaitAnew() {
     if (phase_ == Phase::kStanding) {
         Wait();
+    }
+}
+
+void ControlSession::TellTunnel() {
+    if (wait_) {
+        WaitAnew();
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <relay/daemon/daemon.h>
@@ -59,6 +60,15 @@ bool Device::RefreshNetwork() {
     const bool isOther = facts != networkFacts_;
     networkFacts_ = std::move(facts);
     return isOther;
+}
+
+bool Device::HasIPv6() const {
+    const auto& interfaces = networkFacts_["interface"];
+    return std::any_of(interfaces.begin(), interfaces.end(), [](const Json::Value& interface) {
+        const auto& addresses = interface["ipv6"];
+        return std::any_of(addresses.begin(), addresses.end(),
+                           [](const Json::Value& address) { return address["scope"] != "link"; });
+    });
 }
 
 Json::Value Device::NetworkFacts() const {

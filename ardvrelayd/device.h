@@ -32,6 +32,9 @@ public:
     /** Reads the network again. Whether it is another one: interfaces, gateway, names, or an address of either family. */
     bool RefreshNetwork();
 
+    /** Whether one of the device's interfaces has an IPv6 address that leads beyond its link. */
+    bool HasIPv6() const;
+
     /** What an alias request carries, identity included; secrets. */
     Json::Value AliasData();
 

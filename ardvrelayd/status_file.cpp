@@ -41,6 +41,9 @@ Json::Value Document(const Status& status, Json::Int64 since) {
     if (!status.alias.empty()) {
         document["alias"] = status.alias;
     }
+    if (!status.tunnel.isNull()) {
+        document["tunnel"] = status.tunnel;
+    }
     return document;
 }
 

@@ -14,9 +14,10 @@ namespace ardv::daemon {
 struct Status {
     ARDV::Relay::RELAYD_STATE state = ARDV::Relay::RELAYD_STATE_STARTING;
     ARDV::Relay::RELAYD_RET error = ARDV::Relay::RELAYD_RET_SUCCESS;
-    std::string serverId;               ///< empty: not published
-    std::string alias;                  ///< empty: not published
-    std::vector<std::string> services;  ///< identifiers of what is relayed
+    std::string serverId;                    ///< empty: not published
+    std::string alias;                       ///< empty: not published
+    std::vector<std::string> services = {};  ///< identifiers of what is relayed
+    Json::Value tunnel = {};                 ///< null: not published
 
     bool operator==(const Status& other) const = default;
 };
@@ -24,7 +25,21 @@ struct Status {
 /**
  * The status file "/tmp/.ardvrelayd.status": a JSON object with "pid", "state", "error" (integers), "service" (array of
  * objects with "id"), "serverID", "alias" (strings, where there are any), "since" (integer, when state or error last changed, Unix
- * seconds) and "version" (string). It is replaced as a whole, and only for a change. Gone with the object.
+ * seconds), "version" (string), and "tunnel", where there is one: an object with
+ *
+ * | member | type | meaning |
+ * |---|---|---|
+ * | "status" | string | a text of `Tunnel::GetStatusStr` |
+ * | "since" | integer | when that last changed, Unix seconds |
+ * | "relay_ip" | string | the relay |
+ * | "pid" | integer | OpenVPN's process, while it runs |
+ * | "candidate" | object | the one in use: "protocol", "host", "port" (strings), while OpenVPN runs |
+ * | "peer_ip", "local_ip", "local_ip6" | string | the addresses within the tunnel, as far as they are known |
+ * | "open" | array | what is let in: "id" (string) and "port" (integer) of each service |
+ * | "error" | string | the last failure, until the tunnel is up |
+ * | "retry_at" | integer | when it is tried again, Unix seconds, where that is waited for |
+ *
+ * It is replaced as a whole, and only for a change. Gone with the object.
  */
 class StatusFile {
 public:

@@ -10,11 +10,14 @@ ardv_add_test(ardv_daemon_upper_tests
   unit/ardvrelayd/control_session_test.cpp
   unit/ardvrelayd/control_wait_test.cpp
   unit/ardvrelayd/device_test.cpp
+  unit/ardvrelayd/openvpn_process_test.cpp
   unit/ardvrelayd/options_test.cpp
   unit/ardvrelayd/policy_test.cpp
   unit/ardvrelayd/recent_errors_test.cpp
   unit/ardvrelayd/report_test.cpp
   unit/ardvrelayd/status_file_test.cpp
+  unit/ardvrelayd/tunnel_keeper_test.cpp
+  unit/ardvrelayd/tunnel_order_test.cpp
   support/control_script.cpp
   support/http_server.cpp
   support/shifted_clock.cpp

@@ -72,7 +72,8 @@ protected:
         device_ = std::make_unique<daemon::Device>(ARDV::Relay::RelaydConf(kConfigFile), kConfigFile);
         session_ = std::make_unique<daemon::ControlSession>(
             loop_, engine_, *device_, errors_, plans,
-            daemon::ControlSession::Events{[this] { ++changes_; }, [this](const auto& c) { return CarryOut(c); }});
+            daemon::ControlSession::Events{[this] { ++changes_; }, [this](const auto& c) { return CarryOut(c); },
+                                           [this] { return tunnel_; }});
         session_->Start(std::chrono::milliseconds(0));
     }
 
@@ -114,6 +115,7 @@ protected:
     std::unique_ptr<daemon::Device> device_;
     std::unique_ptr<daemon::ControlSession> session_;
     int changes_ = 0;
+    Json::Value tunnel_;  ///< what the servers are told of it
     std::vector<std::string> carriedOut_;
     std::function<std::optional<ARDV::Relay::RELAYD_RET>(const daemon::ServerCommand&)> onCommand_ = [](const auto&) {
         return std::optional(ARDV::Relay::RELAYD_RET_SUCCESS);
