@@ -14,10 +14,10 @@ namespace ardv::daemon {
 struct Status {
     ARDV::Relay::RELAYD_STATE state = ARDV::Relay::RELAYD_STATE_STARTING;
     ARDV::Relay::RELAYD_RET error = ARDV::Relay::RELAYD_RET_SUCCESS;
-    std::string serverId;               ///< empty: not published
-    std::string alias;                  ///< empty: not published
-    std::vector<std::string> services;  ///< identifiers of what is relayed
-    Json::Value tunnel;                 ///< null: not published
+    std::string serverId;                    ///< empty: not published
+    std::string alias;                       ///< empty: not published
+    std::vector<std::string> services = {};  ///< identifiers of what is relayed
+    Json::Value tunnel = {};                 ///< null: not published
 
     bool operator==(const Status& other) const = default;
 };

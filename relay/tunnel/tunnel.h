@@ -14,7 +14,7 @@
 namespace ARDV::Relay {
 
 /** What became of a tunnel. */
-enum TUNNEL_STATUS {
+enum TUNNEL_STATUS : std::int32_t {
     TUNNEL_STATUS_NONE = 0,          ///< there is none
     TUNNEL_STATUS_READY = 1,         ///< it is up
     TUNNEL_STATUS_CLOSE = 2,         ///< it was up, and OpenVPN has ended

@@ -24,7 +24,8 @@ enum {
 ///
 /// @param path the program; an absolute path
 /// @param flags ARDV_EXEC_HELPER
-/// @param argument the first argument, argv[1]; the others follow. The last one is a null pointer; `argument` may be it already
+/// @param argument the first argument, argv[1]; the others follow. The last parameter is a null pointer. What follows the first null
+///        pointer isn't looked at, so that a null pointer here stands for no argument at all
 /// @return 0 when the program ended with exit status 0
 /// @return -1 on failure; the error triple is set: ARDV_ERR_PROGRAM_FAILED (another exit status, ended by a signal, or killed at the end of its
 ///         time), ARDV_ERR_NOT_FOUND (there is no such program), ARDV_ERR_ACCESS_DENIED (it may not be executed), ARDV_ERR_INVALID_ARGUMENT (null

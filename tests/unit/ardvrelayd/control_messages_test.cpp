@@ -178,6 +178,17 @@ TEST(KeepAliveMessage, NamesTheSessionAndNotTheChannel) {
               JsonOf(R"({"version":1,"command":"keep_alive","serverID":"box-1","session":"s1"})"));
 }
 
+TEST(TunnelMessage, NamesTheSession) {
+    EXPECT_EQ(TunnelMessage({"box-1", "s1", "c1"}),
+              JsonOf(R"({"version":1,"command":"get_tunnel","serverID":"box-1","session":"s1"})"));
+}
+
+TEST(MessageWithTunnel, HasItWhereThereIsOne) {
+    const auto plain = KeepAliveMessage({"box-1", "s1", "c1"});
+    EXPECT_EQ(WithTunnel(plain, Json::nullValue), plain);
+    EXPECT_EQ(WithTunnel(plain, JsonOf(R"({"status":"READY"})"))["tunnel"], JsonOf(R"({"status":"READY"})"));
+}
+
 TEST(WaitMessage, NamesTheChannelAndNotTheSession) {
     EXPECT_EQ(WaitMessage({"box-1", "s1", "c1"}, {}),
               JsonOf(R"({"version":1,"command":"wait","serverID":"box-1","channel":"c1"})"));

@@ -98,6 +98,46 @@ protected:
     SilentServer silent_;
 };
 
+TEST_F(WaitTest, TellsOfTheTunnelByEachKindOfRequest) {
+    tunnel_ = JsonOf(R"({"status":"READY","relay_ip":"198.51.100.7"})");
+    Stand(kShortPlans);
+    EXPECT_EQ(server_.Seen("register").back()["tunnel"], tunnel_);
+    EXPECT_EQ(server_.Seen("wait").back()["tunnel"], tunnel_);
+    server_.Answer("wait", "no JSON");
+    ASSERT_TRUE(RunUntilCount("keep_alive", 1));
+    EXPECT_EQ(server_.Seen("keep_alive").back()["tunnel"], tunnel_);
+}
+
+TEST_F(WaitTest, SaysNothingOfATunnelThatIsNotOrdered) {
+    Stand(kShortPlans);
+    for (const auto& request : server_.Seen()) {
+        EXPECT_FALSE(request.isMember("tunnel"));
+    }
+}
+
+TEST_F(WaitTest, TellsAtOnceWhenTheTunnelChanges) {
+    Stand(kLongPlans);
+    tunnel_ = JsonOf(R"({"status":"CREATING","relay_ip":"198.51.100.7"})");
+    session_->TellTunnel();
+    ASSERT_TRUE(RunUntilCount("wait", 2));
+    EXPECT_EQ(server_.Seen("wait").back()["tunnel"], tunnel_);
+}
+
+TEST_F(WaitTest, LeavesTheTunnelToTheNextWaitWhereNoneIsUnderWay) {
+    session_.reset();
+    Begin(kLongPlans);
+    session_->TellTunnel();
+    ASSERT_TRUE(RunUntilCount("wait", 1));
+    EXPECT_EQ(server_.Count("wait"), 1U);
+}
+
+TEST_F(WaitTest, AsksForNoTunnelOverPlainHttp) {
+    EXPECT_NO_FATAL_FAILURE(Stand(kLongPlans));
+    EXPECT_FALSE(session_->AskForTunnel([](const Answer&) { FAIL(); }));
+    RunUntil([] { return true; });
+    EXPECT_EQ(server_.Count("get_tunnel"), 0U);
+}
+
 }  // namespace
 
 TEST_F(WaitTest, CarriesCommandsOutAndTellsWhatBecameOfThem) {

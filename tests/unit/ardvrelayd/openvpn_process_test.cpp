@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Stranger{"AnotherAuthority", {"openvpn", "--dev", "tun1000", "--ca", "/etc/openvpn/ca.crt"}},
                     Stranger{"WordsOutOfOrder", {"openvpn", "tun1000", "--dev", "--ca", kTunnel.back()}},
                     Stranger{"ServerOfItsOwn", {"openvpn", "--config", "server.conf"}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& row) { return row.param.name; });
 
 TEST(Orphan, IsNoProcessThatThereIsNot) {
     for (const pid_t process : {-1, 0, 1, getpid()}) {

@@ -74,6 +74,18 @@ TEST_F(StatusFileTest, HasEachMember) {
                                "service":[{"id":"ssh"},{"id":"hos_https"}]})"));
 }
 
+TEST_F(StatusFileTest, HasTheTunnelWhereThereIsOne) {
+    StatusFile file;
+    Status status;
+    file.Publish(status);
+    EXPECT_FALSE(Published().isMember("tunnel"));
+    status.tunnel = JsonOf(R"({"status":"READY","open":[{"id":"hos","port":5000}]})");
+    file.Publish(status);
+    EXPECT_EQ(Published()["tunnel"], status.tunnel);
+    file.Publish(status);
+    EXPECT_EQ(file.Writes(), 2U);
+}
+
 TEST_F(StatusFileTest, LeavesOutWhatThereIsNone) {
     StatusFile file;
     file.Publish(Status());

@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadMember{"LineBreakInUser", "relay_user", "a\nb"}, BadMember{"LongUser", "relay_user", std::string(65, 'u')},
         BadMember{"LineBreakInPassword", "relay_pass", "a\nb"},
         BadMember{"LongPassword", "relay_pass", std::string(501, 'p')}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& row) { return row.param.name; });
 
 TEST(TunnelOrderText, TakesTheLongestUserAndPassword) {
     EXPECT_TRUE(With("relay_user", std::string(64, 'u')));
