@@ -441,6 +441,26 @@ TEST_F(ArdvrelayctlTunnelRules, NeedNoGuardWithoutATunnel) {
     EXPECT_EQ(Rules().exitCode, 8) << "an interface that somebody left behind";
 }
 
+TEST_F(ArdvrelayctlTunnelRules, AgreeWithTheScriptThatRaisesTheGuardAndTakesItAway) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(Tunnel(R"("status":"CREATING")"));
+    if (RunProgram({"ip", "tuntap", "add", "dev", "tun1000", "mode", "tun"}).exitCode != 0) {
+        GTEST_SKIP() << "this machine has no tunnel interfaces";
+    }
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "load", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_EQ(Rules().exitCode, 0) << Rules().out;
+    OpenPorts({5000, 80});
+    daemon.Publish(ReadyTunnel());
+    EXPECT_EQ(Rules().exitCode, 0) << Rules().out;
+    daemon.Publish(R"("state":3)");
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "unload", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_EQ(Rules().exitCode, 4) << "nothing leads into the chain any more, and its interface is closed: "
+                                   << Rules().out;
+    ASSERT_EQ(RunProgram({"ip", "tuntap", "del", "dev", "tun1000", "mode", "tun"}).exitCode, 0);
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "unload", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_THAT(Rules().out, HasSubstr("IPv4: there is no guard, and no tunnel that needs one\n"));
+}
+
 TEST_F(ArdvrelayctlTunnelRules, TellWhatDiffersFromTheConfiguration) {
     const MadeUpDaemon daemon;
     RaiseGuard();
