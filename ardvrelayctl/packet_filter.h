@@ -44,7 +44,8 @@ private:
 
 /** What the packet filter should be like. */
 struct ExpectedGuard {
-    bool isNeeded = false;  ///< the tunnel's interface is there, or may be at any moment
+    bool isNeeded = false;  ///< the tunnel's interface is there, or may be at any moment: nothing else may get in
+    bool isBegun = false;   ///< a tunnel is up or being set up: the chain is asked first
     bool isUp = false;      ///< the chain has its rules
     std::set<int> ports;    ///< that are open
 };

@@ -217,8 +217,8 @@ Obstacle ObstacleTo(const std::string& id) {
 
 Obstacle ObstacleInTunnel(const std::string& id, const RelaydConf& conf) {
     const bool isSupport = id.starts_with(kSupportPrefix);
-    if (auto obstacle = SwitchObstacle(isSupport, conf)) {
-        return obstacle;
+    if (auto off = SwitchObstacle(isSupport, conf)) {
+        return off;
     }
     const auto rows = RowsOf(isSupport ? id.substr(kSupportPrefix.size()) : id);
     if (rows.empty()) {
@@ -229,16 +229,18 @@ Obstacle ObstacleInTunnel(const std::string& id, const RelaydConf& conf) {
         choices = {kAllServiceGroups, 0};  // whatever the owner permits
     }
     const ServicePermission permission(false);
-    const std::uint32_t mask = isSupport ? kAllServiceGroups : 0;
-    if (std::none_of(rows.begin(), rows.end(),
-                     [&](const SupportService* row) { return permission.IsServiceEnabled(row, mask); })) {
-        return ObstacleOf(*rows.front(), permission, choices);
+    Obstacle obstacle = ObstacleOf(*rows.front(), permission, choices);
+    for (std::size_t i = 1; i < rows.size() && obstacle; ++i) {  // one of the packages that provide it is enough
+        obstacle = ObstacleOf(*rows[i], permission, choices) ? obstacle : Obstacle{};
+    }
+    if (obstacle) {
+        return obstacle;
     }
     const auto* service = conf.GetServiceById(id);
     if (service && service->GetPort() > 0 && service->GetPort() <= kLastPort) {
         return {};
     }
-    const auto obstacle = PortObstacle(ServiceConf(id.c_str()));
+    obstacle = PortObstacle(ServiceConf(id.c_str()));
     return obstacle ? obstacle : Obstacle{"port", "the list has no usable port for it"};
 }
 

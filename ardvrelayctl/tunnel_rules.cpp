@@ -94,7 +94,8 @@ std::vector<ServiceRule> RulesOf(const Session& session, const StatusSnapshot& s
 
 ExpectedGuard GuardFor(const StatusSnapshot& snapshot) {
     ExpectedGuard guard;
-    guard.isNeeded = if_nametoindex(kTunnelInterface) != 0 || (snapshot.tunnel && snapshot.tunnel->IsBegun());
+    guard.isBegun = snapshot.tunnel && snapshot.tunnel->IsBegun();
+    guard.isNeeded = guard.isBegun || if_nametoindex(kTunnelInterface) != 0;
     guard.isUp = snapshot.tunnel && snapshot.tunnel->IsUp();
     if (snapshot.tunnel) {
         for (const auto& open : snapshot.tunnel->open) {
@@ -111,6 +112,10 @@ FilterReport ReadFilter(const Family& family, const ExpectedGuard& expected) {
         return report;
     }
     const auto listing = OutputOf({family.program, "-w", "5", "-S"});
+    if (!listing && family.isIpv6 && access("/proc/net/if_inet6", F_OK) != 0) {
+        report.unchecked = "this machine has no IPv6";
+        return report;
+    }
     if (!listing) {
         report.hasFailed = true;
         report.unchecked = access(family.program, X_OK) == 0 ? std::string(family.program) + " does not list its rules"

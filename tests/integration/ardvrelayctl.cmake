@@ -24,6 +24,7 @@ ardv_add_test(ardv_ctl_tests
 add_library(ardv_past_clock MODULE support/past_clock.c)
 set_target_properties(ardv_past_clock PROPERTIES C_VISIBILITY_PRESET default)
 target_compile_definitions(ardv_ctl_tests PRIVATE
+  ARDV_OVPNC="${PROJECT_SOURCE_DIR}/platform/programs/ovpnc.sh"
   ARDV_PAST_CLOCK="$<TARGET_FILE:ardv_past_clock>"
   ARDV_MAKE_CERTIFICATES="${PROJECT_SOURCE_DIR}/sandbox/make-certificates"
   ARDV_RELAYCTL="$<TARGET_FILE:ardvrelayctl>"

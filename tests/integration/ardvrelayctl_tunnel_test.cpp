@@ -173,6 +173,24 @@ TEST_F(ArdvrelayctlTunnel, PassesOverPortsThatAreNone) {
     EXPECT_THAT(Status().out, HasSubstr("open: f 65535,  1\n"));
 }
 
+TEST_F(ArdvrelayctlTunnel, HasNothingOpenUnlessItIsUp) {
+    const MadeUpDaemon daemon;
+    for (const char* status : {"NONE", "CREATING", "CLOSE", "FAILED", "INVALID_CONF"}) {
+        daemon.Publish(Tunnel(std::string(R"("status":")") + status + R"(","open":[{"id":"hos","port":5000}])"));
+        EXPECT_THAT(Status().out, HasSubstr("open: (none)\n")) << status;
+    }
+}
+
+TEST_F(ArdvrelayctlTunnel, IsOpenForAServiceThatOneOfItsPackagesProvides) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(Tunnel(R"("status":"FAILED")"));
+    WriteText(kPermissionFile, R"([{"id":"filara","enabled":true}])");
+    WriteText(kConfigFile, R"({"tethra":{"enabled":true},"service":[{"id":"filara","port":6690}]})");
+    EXPECT_THAT(Rules().out, HasSubstr("filara  6690  closed  the package Filara is not installed or not enabled\n"));
+    InstallPackage("Drivara");
+    EXPECT_THAT(Rules().out, HasSubstr("filara  6690  closed  the tunnel is not up\n"));
+}
+
 TEST_F(ArdvrelayctlTunnel, IsShownFitForATerminal) {
     const MadeUpDaemon daemon;
     daemon.Publish(Tunnel(R"("status":"\u001b[2JREADY","relay_ip":"a\nb","error":"\u202e\u0000x","local_ip":"\ttab",
@@ -316,16 +334,6 @@ TEST_F(ArdvrelayctlTunnelRules, NameAPortThatIsOpenWithoutAPermittedService) {
     EXPECT_EQ(RunJson({"tunnel", "rules"})["exit_code"], 8);
 }
 
-TEST_F(ArdvrelayctlTunnelRules, AreFollowedByTheDaemonBeforeItIsBlamed) {
-    const MadeUpDaemon daemon;
-    RaiseGuard();
-    OpenPorts({5000, 80});
-    daemon.Publish(Tunnel(R"("status":"CREATING")"));
-    auto tool = Start({"tunnel", "rules"});
-    daemon.Publish(ReadyTunnel());
-    EXPECT_EQ(tool.Wait(), 0);
-}
-
 TEST_F(ArdvrelayctlTunnelRules, NameAPortLeftOpenByADaemonThatIsGone) {
     RaiseGuard();
     OpenPorts({5000});
@@ -441,6 +449,26 @@ TEST_F(ArdvrelayctlTunnelRules, NeedNoGuardWithoutATunnel) {
     EXPECT_EQ(Rules().exitCode, 8) << "an interface that somebody left behind";
 }
 
+TEST_F(ArdvrelayctlTunnelRules, AgreeWithTheScriptThatRaisesTheGuardAndTakesItAway) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(Tunnel(R"("status":"CREATING")"));
+    if (RunProgram({"ip", "tuntap", "add", "dev", "tun1000", "mode", "tun"}).exitCode != 0) {
+        GTEST_SKIP() << "this machine has no tunnel interfaces";
+    }
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "load", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_EQ(Rules().exitCode, 0) << Rules().out;
+    OpenPorts({5000, 80});
+    daemon.Publish(ReadyTunnel());
+    EXPECT_EQ(Rules().exitCode, 0) << Rules().out;
+    daemon.Publish(R"("state":3)");
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "unload", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_EQ(Rules().exitCode, 4) << "nothing leads into the chain any more, and its interface is closed: "
+                                   << Rules().out;
+    ASSERT_EQ(RunProgram({"ip", "tuntap", "del", "dev", "tun1000", "mode", "tun"}).exitCode, 0);
+    ASSERT_EQ(RunProgram({ARDV_OVPNC, "unload", "tethraa-tunnel"}).exitCode, 0);
+    EXPECT_THAT(Rules().out, HasSubstr("IPv4: there is no guard, and no tunnel that needs one\n"));
+}
+
 TEST_F(ArdvrelayctlTunnelRules, TellWhatDiffersFromTheConfiguration) {
     const MadeUpDaemon daemon;
     RaiseGuard();
@@ -543,6 +571,25 @@ TEST_F(ArdvrelayctlTunnelPrograms, ThatAreMissingOrFailLeaveTheFilterUnchecked) 
     }
     daemon.Publish(R"("state":3)");
     EXPECT_EQ(Rules().exitCode, 4) << "no guard is needed then";
+}
+
+// The first look at the filter comes at the moment at which the tunnel gets up.
+TEST_F(ArdvrelayctlTunnelPrograms, AreAskedAgainBeforeTheDaemonIsBlamed) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(ReadyTunnel());
+    std::filesystem::rename(kDaemonStatusFile, "/tmp/next");
+    daemon.Publish(Tunnel(R"("status":"CREATING")"));
+    ReplaceBoth(
+        "mv /tmp/next /tmp/.ardvrelayd.status 2>/dev/null\n"
+        "[ \"$0\" = /sbin/iptables ] && icmp=icmp || icmp=ipv6-icmp\n"
+        "echo '-A INPUT -i tun1000 -j TETHRA_RELAY'\necho '-A INPUT -i tun1000 -j DROP'\n"
+        "echo '-A FORWARD -i tun1000 -j DROP'\n"
+        "for port in 5000 80; do echo \"-A TETHRA_RELAY -i tun1000 -p tcp -m tcp --dport $port -j ACCEPT\"; done\n"
+        "echo \"-A TETHRA_RELAY -i tun1000 -p $icmp -j ACCEPT\"\necho '-A TETHRA_RELAY -i tun1000 -j DROP'\n");
+    const auto result = Rules();
+    EXPECT_EQ(result.exitCode, 0) << result.out;
+    EXPECT_FALSE(std::filesystem::exists("/tmp/next"));
+    EXPECT_THAT(result.out, HasSubstr("hos        5000  open\n"));
 }
 
 TEST_F(ArdvrelayctlTunnelPrograms, ThatHangAreEnded) {

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # ardv_tunnel_integration_tests: the relay tunnel with a real OpenVPN, a real packet filter and a real web server, in network namespaces.
 ardv_add_test(ardv_tunnel_integration_tests
+  integration/tunnel_daemon_test.cpp
   integration/tunnel_library_test.cpp
   integration/tunnel_prober_test.cpp
   support/control_server_process.cpp

@@ -10,12 +10,12 @@ class TunnelProtocol : public LibraryTunnelTest, public testing::WithParamInterf
 TEST_P(TunnelProtocol, CarriesThePage) {
     const Protocol& protocol = GetParam();
     BringUp(Candidates({protocol}));
-    EXPECT_EQ(Fetch("relay", protocol.Inner4(2), kPage), DeviceServices::Page());
-    EXPECT_EQ(Fetch("relay", protocol.Inner6(2), kPage), DeviceServices::Page());
-    EXPECT_EQ(Fetch("relay", protocol.Inner4(2), kPage, "1m", 10), DeviceServices::Large());
-    EXPECT_EQ(Fetch("relay", protocol.Inner6(2), kPage, "1m", 10), DeviceServices::Large());
-    EXPECT_EQ(Fetch("relay", protocol.Inner4(2), kPhotos, "index.html", 1), "");
-    EXPECT_EQ(tunnel.GetVpnTunnelPeerIp(), protocol.Inner4(1));
+    EXPECT_EQ(Fetch("relay", protocol.DeviceInner4(), kPage), DeviceServices::Page());
+    EXPECT_EQ(Fetch("relay", protocol.DeviceInner6(), kPage), DeviceServices::Page());
+    EXPECT_EQ(Fetch("relay", protocol.DeviceInner4(), kPage, "1m", 10), DeviceServices::Large());
+    EXPECT_EQ(Fetch("relay", protocol.DeviceInner6(), kPage, "1m", 10), DeviceServices::Large());
+    EXPECT_EQ(Fetch("relay", protocol.DeviceInner4(), kPhotos, "index.html", 1), "");
+    EXPECT_EQ(tunnel.GetVpnTunnelPeerIp(), protocol.RelayInner4());
     EXPECT_THAT(PasswordFiles(), testing::IsEmpty());
     EndChild();
     ExpectNoTrace();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Faults on the way to a child: of its password file, of fork(2), and of what it does before exec. The functions are interposed in the program that links
- * this; each is the real one unless a fault is set.
+ * Faults on the way to a child: of its password file, of fork(2), and of what it does before exec. The functions are
+ * interposed in the program that links this; each is the real one unless a fault is set.
  */
 #pragma once
 

@@ -86,10 +86,12 @@ public:
 
     bool IsOpen() const { return isOpen_; }
     const ProbePath& Path() const { return path_; }
+    std::size_t Sent() const { return sent_; }
 
     /** False: the interface is gone. */
     bool Send(Probe probe, std::uint16_t port) {
         const auto packet = MakeProbe(path_, probe, port);
+        ++sent_;
         const sockaddr_ll there = Address();
         isOpen_ = isOpen_ && (::sendto(socket_.Number(), packet.data(), packet.size(), 0,
                                        reinterpret_cast<const sockaddr*>(&there), sizeof there) > 0 ||
@@ -122,6 +124,7 @@ private:
     }
 
     ProbePath path_;
+    std::size_t sent_ = 0;
     unsigned index_;
     Handle socket_;
     bool isOpen_ = false;
@@ -244,7 +247,7 @@ std::vector<std::uint16_t> EveryPort() {
 }
 
 ProbeResult ProbePorts(const ProbeRoute& route, const std::vector<std::uint16_t>& ports) {
-    ProbeResult result{{}, true};
+    ProbeResult result{{}, true, 0};
     RunIn(route.network, [&] {
         for (const auto& path : route.paths) {
             Line line(path);
@@ -256,6 +259,7 @@ ProbeResult ProbePorts(const ProbeRoute& route, const std::vector<std::uint16_t>
             pass.Try(Probe::kUdp, ports);
             pass.AwaitTheLast();
             result.isComplete = result.isComplete && pass.IsComplete();
+            result.sent += line.Sent();
         }
     });
     return result;

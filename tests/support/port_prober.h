@@ -24,7 +24,8 @@ using PortAnswers = std::set<std::string>;
 /** What a pass over ports found. */
 struct ProbeResult {
     PortAnswers answers;
-    bool isComplete;  ///< whether echoes came back all along: no probe was lost on the way to the other end
+    bool isComplete;   ///< whether echoes came back all along
+    std::size_t sent;  ///< packets in all
 };
 
 /** The ports from 1 to 65535. */

@@ -6,7 +6,7 @@
 
 namespace ardv::test {
 
-/** OpenVPN, the packet filter's programs and the VPN client's script, at their places, as programs that record how they are called. */
+/** OpenVPN, the packet filter's programs and the VPN client's script, at their places: each records how it is called. */
 class RecordedPrograms {
 public:
     RecordedPrograms();

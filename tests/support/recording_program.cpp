@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Stands for a program of the system, under its name: adds its arguments to "/tmp/record/calls" and ends with the exit code that "/tmp/record/NAME.exit"
- * has, else 0. As "openvpn" it also writes down what it has inherited, and without such a file stays until a signal ends it.
+ * Stands for a program of the system, under its name: adds its arguments to "/tmp/record/calls" and ends with the exit
+ * code that "/tmp/record/NAME.exit" has, else 0. As "openvpn" it also writes down what it has inherited, and without such
+ * a file stays until a signal ends it.
  */
 #include <fcntl.h>
 #include <sys/prctl.h>

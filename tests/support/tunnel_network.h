@@ -25,15 +25,17 @@ struct Protocol {
 
     std::string Host() const { return std::string_view(name).ends_with('6') ? kRelay6 : kRelay4; }
 
-    /** A device's, or the relay's, address in the tunnel. */
-    std::string Inner4(int host) const { return "10.8." + std::to_string(network) + "." + std::to_string(host); }
-    std::string Inner6(int host) const {
-        return "fd78:" + (network == 0 ? "" : std::to_string(network)) + (network == 0 ? ":" : "::") +
-               std::to_string(host);
-    }
+    /** Addresses in the tunnel: the relay's, and the one that the first device gets. */
+    std::string RelayInner4() const { return "10.8." + std::to_string(network) + ".1"; }
+    std::string RelayInner6() const { return InnerNetwork6() + "::1"; }
+    std::string DeviceInner4() const { return "10.8." + std::to_string(network) + ".2"; }
+    std::string DeviceInner6() const { return InnerNetwork6() + "::1000"; }
 
     /** From the relay through the tunnel to the device. */
-    ProbeRoute Route() const { return {"relay", {{Inner4(1), Inner4(2)}, {Inner6(1), Inner6(2)}}}; }
+    ProbeRoute Route() const { return {"relay", {{RelayInner4(), DeviceInner4()}, {RelayInner6(), DeviceInner6()}}}; }
+
+private:
+    std::string InnerNetwork6() const { return "fd78" + (network == 0 ? "" : ":" + std::to_string(network)); }
 };
 
 inline constexpr Protocol kProtocols[] = {

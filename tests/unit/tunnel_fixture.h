@@ -41,7 +41,10 @@ inline Json::Value Candidates(const std::vector<std::string>& protocols) {
     return list;
 }
 
-/** A tunnel that is assigned to a relay, and recording programs in the place of those it calls. Leaves no child, no alarm and no file behind. */
+/**
+ * A tunnel that is assigned to a relay, and recording programs in the place of those it calls. Leaves no child, no alarm
+ * and no file behind.
+ */
 class TunnelTest : public testing::Test {
 protected:
     TunnelTest() { RemoveFiles(); }

@@ -205,6 +205,19 @@ TEST_F(TunnelPassFile, EarlierAttemptLeavesNone) {
     EXPECT_THAT(PassFiles(), ElementsAre("/tmp/.tunnel.u2"));
 }
 
+TEST_F(TunnelPassFile, IsGoneAtTheEndOfTheList) {
+    ASSERT_TRUE(tunnel.Create(Candidates({"udp"}), true, true));
+    SetUser("u2");
+    EXPECT_FALSE(tunnel.Create(Candidates({"udp"}), true, true));
+    EXPECT_THAT(PassFiles(), IsEmpty());
+}
+
+TEST_F(TunnelPassFile, IsGoneAfterACandidateThatIsOfNoUse) {
+    ASSERT_TRUE(tunnel.RunVPNTunnel(Candidate("udp")));
+    EXPECT_FALSE(tunnel.RunVPNTunnel(Candidate("no such")));
+    EXPECT_THAT(PassFiles(), IsEmpty());
+}
+
 TEST_F(TunnelPassFile, IsDeletedOnlyOnce) {
     ASSERT_TRUE(tunnel.RunVPNTunnel(Candidate("udp")));
     SetUser("u2");
