@@ -293,6 +293,7 @@ TEST_P(TunnelFilter, LoadsTheModuleOfTheDevice) {
     const auto without = Control("load tethraa-tunnel");
     EXPECT_EQ(without.exitCode, 1);
     EXPECT_THAT(without.err, HasSubstr("/dev/net/tun"));
+    EXPECT_FALSE(fs::exists("/dev/net/tun"));
     ExpectRules(kGuarded, "without the device");
     WriteProgram("/sbin/modprobe", "umount /dev/net");
     MustDo("load");
