@@ -30,6 +30,12 @@ Diagnosis CheckClock(const Facts& facts);
 Diagnosis CheckStatusFolder(const Facts& facts);
 Diagnosis CheckNames(const Facts& facts);
 Diagnosis CheckUnit(const Facts& facts);
+
+/** One that looks at what a tunnel to a relay takes. */
 Diagnosis CheckOpenVpn(const Facts& facts);
+Diagnosis CheckPacketFilter(const Facts& facts);
+Diagnosis CheckTunnelDevice(const Facts& facts);
+Diagnosis CheckTunnelScripts(const Facts& facts);
+Diagnosis CheckRelayAuthority(const Facts& facts);
 
 }  // namespace ardv::ctl

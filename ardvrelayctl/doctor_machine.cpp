@@ -22,8 +22,6 @@ constexpr const char kUnit[] = "ardvrelayd.service";
 
 constexpr const char* kUnitFolders[] = {"/etc/systemd/system", "/run/systemd/system", "/usr/local/lib/systemd/system",
                                         "/usr/lib/systemd/system", "/lib/systemd/system"};
-constexpr const char* kProgramFolders[] = {"/usr/sbin", "/usr/bin",        "/sbin",
-                                           "/bin",      "/usr/local/sbin", "/usr/local/bin"};
 constexpr const char* kServers[] = {"server_global", "server_control", "server_waitcmd"};
 
 /** The host in a URL whose form has been checked; in brackets for an IPv6 address. */
@@ -67,12 +65,15 @@ bool IsEnabled(const std::filesystem::path& folder) {
     return false;
 }
 
-template <std::size_t kCount>
-std::string FirstWith(const char* const (&folders)[kCount], const char* name, int mode) {
-    const auto* folder = std::find_if(std::begin(folders), std::end(folders), [&](const char* each) {
-        return access((std::string(each) + "/" + name).c_str(), mode) == 0;
-    });
-    return folder == std::end(folders) ? "" : std::string(*folder) + "/" + name;
+/** The unit's file in the first folder that has one. */
+std::string UnitFile() {
+    for (const char* folder : kUnitFolders) {
+        auto file = std::string(folder) + "/" + kUnit;
+        if (access(file.c_str(), F_OK) == 0) {
+            return file;
+        }
+    }
+    return "";
 }
 
 }  // namespace
@@ -123,7 +124,7 @@ Diagnosis CheckNames(const Facts& facts) {
 }
 
 Diagnosis CheckUnit(const Facts& facts) {
-    const auto file = FirstWith(kUnitFolders, kUnit, F_OK);
+    const auto file = UnitFile();
     if (file.empty()) {
         return {"unit", Health::kWarning, std::string("there is no unit ") + kUnit,
                 "without one the daemon has to be started by something else"};
@@ -133,15 +134,6 @@ Diagnosis CheckUnit(const Facts& facts) {
                 "'systemctl enable ardvrelayd'"};
     }
     return {"unit", Health::kOk, file, ""};
-}
-
-Diagnosis CheckOpenVpn(const Facts& /*facts*/) {
-    const auto program = FirstWith(kProgramFolders, "openvpn", X_OK);
-    if (program.empty()) {
-        return {"openvpn", Health::kWarning, "OpenVPN is not installed: there can be no tunnel to a relay",
-                "install the package openvpn"};
-    }
-    return {"openvpn", Health::kOk, program, ""};
 }
 
 }  // namespace ardv::ctl

@@ -61,7 +61,7 @@ constexpr Meaning kMeanings[] = {
     {kExitResolve, "the server's name did not resolve: try again once the network is up"},
     {kExitLater, "failed, and may succeed by itself later"},
     {kExitUser, "refused, until you change something"},
-    {kExitNothing, "not there: no alias is set or nothing is recorded for it, no such key, no such service"},
+    {kExitNothing, "not there: no alias is set or nothing is recorded for it, no such key, no such service, no tunnel"},
     {kExitNotRunning, "the daemon does not run"},
     {kExitBadStatus, "the daemon's status file or report cannot be used"},
     {kExitNoAnswer, "the daemon does not answer, or is being asked by somebody else"},

@@ -16,11 +16,11 @@ enum ExitCode : int {
     kExitResolve = 1,        ///< the server's name did not resolve
     kExitLater = 2,          ///< may succeed by itself later
     kExitUser = 3,           ///< stays as it is until somebody changes something
-    kExitNothing = 4,        ///< what was asked for is not there: an alias, its record, a key, a service
+    kExitNothing = 4,        ///< what was asked for is not there: an alias, its record, a key, a service, a tunnel
     kExitNotRunning = 5,     ///< the daemon does not run
     kExitBadStatus = 6,      ///< the daemon's status file, or an answer of it, is not what it should be
     kExitNoAnswer = 7,       ///< the daemon did not answer in time, or somebody else asks it at this moment
-    kExitProblem = 8,        ///< "doctor" found a problem
+    kExitProblem = 8,        ///< "doctor" or "tunnel rules" found a problem
     kExitUsage = 64,         ///< wrong use of the tool
     kExitUnavailable = 69,   ///< a part of the device did not do what it was asked for
     kExitCantCreate = 73,    ///< a file could not be written

@@ -30,6 +30,7 @@
 #include "service_command.h"
 #include "session.h"
 #include "status_command.h"
+#include "tunnel_command.h"
 #include "wait_command.h"
 #include "web_command.h"
 
@@ -39,9 +40,9 @@ using namespace ardv::ctl;
 
 // In the order in which the help shows them.
 constexpr void (*kAddCommands[])(CLI::App&, Session&) = {
-    AddStatusCommand,  AddDoctorCommand, AddReportCommand,   AddWaitCommand,       AddControlCommand,
-    AddLogCommand,     AddConfigCommand, AddServiceCommand,  AddPermissionCommand, AddAliasCommand,
-    AddNetworkCommand, AddWebCommand,    AddIdentityCommand, AddLookupCommand};
+    AddStatusCommand, AddDoctorCommand,  AddReportCommand,  AddWaitCommand,       AddControlCommand,
+    AddLogCommand,    AddConfigCommand,  AddServiceCommand, AddPermissionCommand, AddTunnelCommand,
+    AddAliasCommand,  AddNetworkCommand, AddWebCommand,     AddIdentityCommand,   AddLookupCommand};
 
 // The library's messages are for whoever looks into a failure; the tool has its own words for everybody else.
 void SetVerbosity(bool verbose, std::optional<ReadableLog>& log) {

@@ -5,7 +5,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <set>
 
 #include <CLI/CLI.hpp>
 
@@ -15,6 +14,7 @@
 #include "config_file.h"
 #include "configuration.h"
 #include "edit_lock.h"
+#include "json_member.h"
 #include "output.h"
 #include "permission_file.h"
 #include "service_state.h"
@@ -42,28 +42,13 @@ std::string PortText(int port) {
 }
 
 std::string IdOf(const Json::Value& element) {
-    const auto* id = element.isObject() ? element.find("id", "id" + 2) : nullptr;
-    return id && id->isString() ? id->asString() : "";
+    return TextOf(element, "id");
 }
 
 Json::Value AsJson(const ServiceConf& service) {
     Json::Value row(Json::objectValue);
     service.Write(row, true);
     return row;
-}
-
-/** The identifiers in the file, each once. */
-std::vector<std::string> ListedIds(const Json::Value& settings) {
-    std::vector<std::string> ids;
-    std::set<std::string> seen;
-    if (settings[kList].isArray()) {
-        for (const auto& element : settings[kList]) {
-            if (const auto id = IdOf(element); !id.empty() && seen.insert(id).second) {
-                ids.push_back(id);
-            }
-        }
-    }
-    return ids;
 }
 
 void PrintServices(const RelaydConf& conf, const std::vector<std::string>& ids, bool asJson) {

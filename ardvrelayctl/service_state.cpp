@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
 #include <string_view>
 
 #include <ardv/key_value_file.h>
@@ -13,6 +14,7 @@
 #include <relay/config/support_service.h>
 #include <relay/service/service_permission.h>
 
+#include "json_member.h"
 #include "permission_file.h"
 
 namespace ardv::ctl {
@@ -20,6 +22,8 @@ namespace ardv::ctl {
 using namespace ARDV::Relay;
 
 namespace {
+
+constexpr const char kSwitchedOff[] = "the service is switched off: 'ardvrelayctl config set tethra.enabled true'";
 
 /** The owner's choices. */
 struct Choices {
@@ -107,6 +111,20 @@ Obstacle ObstacleOf(const SupportService& service, const ServicePermission& perm
     return {"check", "it is off (--verbose tells more)"};
 }
 
+constexpr std::string_view kSupportPrefix = "support_";
+constexpr int kLastPort = 65535;
+
+Obstacle SwitchObstacle(bool isSupport, const RelaydConf& conf) {
+    if (isSupport) {
+        return conf.IsSupportChannelEnabled()
+                   ? Obstacle{}
+                   : Obstacle{"switch",
+                              "the support channel is switched off: 'ardvrelayctl config set support_channel.enabled "
+                              "true'"};
+    }
+    return conf.GetEnableConf() ? Obstacle{} : Obstacle{"switch", kSwitchedOff};
+}
+
 Obstacle PortObstacle(const ServiceConf& onDevice) {
     if (onDevice.IsValid()) {
         return {};
@@ -119,7 +137,7 @@ Obstacle PortObstacle(const ServiceConf& onDevice) {
 /** What is left to do for a service that this device can offer. */
 Obstacle MissingStep(const ServiceState& state, const RelaydConf& conf, bool isAddable) {
     if (!conf.GetEnableConf()) {
-        return {"switch", "the service is switched off: 'ardvrelayctl config set tethra.enabled true'"};
+        return {"switch", kSwitchedOff};
     }
     if (state.isOffered) {
         return {};
@@ -195,6 +213,49 @@ Obstacle ObstacleTo(const std::string& id) {
         first.reason += "; 'ardvrelayctl service generate' is content with one of the packages that provide it";
     }
     return first ? first : PortObstacle(ServiceConf(id.c_str()));
+}
+
+Obstacle ObstacleInTunnel(const std::string& id, const RelaydConf& conf) {
+    const bool isSupport = id.starts_with(kSupportPrefix);
+    if (auto off = SwitchObstacle(isSupport, conf)) {
+        return off;
+    }
+    const auto rows = RowsOf(isSupport ? id.substr(kSupportPrefix.size()) : id);
+    if (rows.empty()) {
+        return {"service", "it is none of the services that the relay can carry"};
+    }
+    Choices choices = ReadChoices();
+    if (isSupport) {
+        choices = {kAllServiceGroups, 0};  // whatever the owner permits
+    }
+    const ServicePermission permission(false);
+    Obstacle obstacle = ObstacleOf(*rows.front(), permission, choices);
+    for (std::size_t i = 1; i < rows.size() && obstacle; ++i) {  // one of the packages that provide it is enough
+        obstacle = ObstacleOf(*rows[i], permission, choices) ? obstacle : Obstacle{};
+    }
+    if (obstacle) {
+        return obstacle;
+    }
+    const auto* service = conf.GetServiceById(id);
+    if (service && service->GetPort() > 0 && service->GetPort() <= kLastPort) {
+        return {};
+    }
+    obstacle = PortObstacle(ServiceConf(id.c_str()));
+    return obstacle ? obstacle : Obstacle{"port", "the list has no usable port for it"};
+}
+
+std::vector<std::string> ListedIds(const Json::Value& settings) {
+    std::vector<std::string> ids;
+    std::set<std::string> seen;
+    const auto* list = Member(settings, "service");
+    if (list && list->isArray()) {
+        for (const auto& element : *list) {
+            if (const auto id = TextOf(element, "id"); !id.empty() && seen.insert(id).second) {
+                ids.push_back(id);
+            }
+        }
+    }
+    return ids;
 }
 
 }  // namespace ardv::ctl

@@ -6,6 +6,7 @@
 #include "output.h"
 #include "status_words.h"
 #include "text.h"
+#include "tunnel_report.h"
 
 namespace ardv::ctl {
 
@@ -53,6 +54,9 @@ void PrintWhatHelps(const StatusSnapshot& snapshot) {
     }
     if (snapshot.IsRunning()) {
         std::cout << "services: " << ListOf(snapshot.services) << '\n';
+        if (snapshot.isTunnelOrdered) {
+            std::cout << "tunnel: " << TunnelInShort(snapshot.tunnel) << '\n';
+        }
         PrintIfThere("version", Extra(snapshot, "version"));
         const Json::Value next = Extra(snapshot, "next");
         if (next.isInt64() && next.asInt64() > 0) {
@@ -95,6 +99,9 @@ Json::Value StatusAsJson(const StatusSnapshot& snapshot) {
     }
     if (snapshot.since) {
         report["since"] = *snapshot.since;
+    }
+    if (snapshot.tunnel) {
+        report["tunnel"] = TunnelAsJson(*snapshot.tunnel);
     }
     report["advice"] = NextStep(snapshot);
     report["file"] = snapshot.file;

@@ -8,6 +8,7 @@
 
 #include "command_error.h"
 #include "daemon_process.h"
+#include "json_member.h"
 
 namespace ardv::ctl {
 
@@ -17,20 +18,6 @@ namespace {
 
 constexpr int kNotRunning = 1;
 constexpr std::size_t kMaxServices = 1000;
-
-const Json::Value* Member(const Json::Value& object, std::string_view name) {
-    return object.isObject() ? object.find(name.data(), name.data() + name.size()) : nullptr;
-}
-
-std::string TextOf(const Json::Value& object, std::string_view name) {
-    const auto* text = Member(object, name);
-    return text && text->isString() ? text->asString() : "";
-}
-
-std::optional<std::int64_t> NumberOf(const Json::Value& object, std::string_view name) {
-    const auto* number = Member(object, name);
-    return number && number->isInt64() ? std::optional<std::int64_t>(number->asInt64()) : std::nullopt;
-}
 
 // A number beyond an integer's bounds names no state and no error.
 template <typename Code>
@@ -81,6 +68,8 @@ void ReadDaemon(StatusSnapshot& snapshot) {
     snapshot.error = CodeOf(snapshot.file, "error", RELAYD_RET_SUCCESS);
     snapshot.since = NumberOf(snapshot.file, "since");
     snapshot.services = ServicesIn(snapshot.file);
+    snapshot.isTunnelOrdered = IsTunnelOrdered(snapshot.file);
+    snapshot.tunnel = TunnelIn(snapshot.file);
 }
 
 void ReadAlias(const Session& session, StatusSnapshot& snapshot) {

@@ -13,6 +13,7 @@
 #include <relay/common/vocabulary.h>
 
 #include "session.h"
+#include "tunnel_state.h"
 
 namespace ardv::ctl {
 
@@ -31,6 +32,8 @@ struct StatusSnapshot {
     ARDV::Relay::RELAYD_RET error = ARDV::Relay::RELAYD_RET_SUCCESS;
     std::optional<std::int64_t> since;  ///< of the last change, in seconds since 1970
     std::vector<std::string> services;  ///< that the daemon relays
+    bool isTunnelOrdered = false;       ///< by the service
+    std::optional<TunnelState> tunnel;  ///< what the daemon says of it; no value where that cannot be used
     std::string configFault;            ///< why the alias is not known, in words
     std::string alias;                  ///< the configured one
     std::string aliasStatus;            ///< the status word of the configured alias; empty where nothing is recorded

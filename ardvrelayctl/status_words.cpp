@@ -83,9 +83,20 @@ struct Unit {
 
 constexpr Unit kUnits[] = {{86'400, " d"}, {3'600, " h"}, {60, " min"}, {1, " s"}};
 
-std::string AgeWords(std::int64_t seconds) {
+std::string LengthWords(std::int64_t seconds) {
     const auto* unit = FindRow(kUnits, [seconds](const Unit& u) { return seconds >= u.seconds; });
-    return unit ? std::to_string(seconds / unit->seconds) + unit->name + " ago" : "now";
+    return unit ? std::to_string(seconds / unit->seconds) + unit->name : "";
+}
+
+/** A point in time in local time, with these words behind it. */
+std::string ClockWords(std::int64_t seconds, const std::string& words) {
+    const std::time_t moment = seconds;
+    std::tm local = {};
+    std::array<char, 64> text = {};
+    if (!localtime_r(&moment, &local) || std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %z", &local) == 0) {
+        return std::to_string(seconds);
+    }
+    return std::string(text.data()) + " (" + words + ")";
 }
 
 }  // namespace
@@ -114,14 +125,16 @@ bool NeedsUser(RELAYD_RET error) {
 }
 
 std::string TimeWords(std::int64_t seconds) {
-    const std::time_t moment = seconds;
-    std::tm local = {};
-    std::array<char, 64> text = {};
-    if (!localtime_r(&moment, &local) || std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %z", &local) == 0) {
-        return std::to_string(seconds);
+    const std::int64_t now = std::time(nullptr);
+    if (seconds > now) {
+        return ClockWords(seconds, "in the future");
     }
-    const auto now = std::time(nullptr);
-    return std::string(text.data()) + " (" + (moment > now ? "in the future" : AgeWords(now - moment)) + ")";
+    return ClockWords(seconds, seconds == now ? "now" : LengthWords(seconds > 0 ? now - seconds : now) + " ago");
+}
+
+std::string DueWords(std::int64_t seconds) {
+    const std::int64_t now = std::time(nullptr);
+    return ClockWords(seconds, seconds > now ? "in " + LengthWords(seconds - now) : "now");
 }
 
 }  // namespace ardv::ctl

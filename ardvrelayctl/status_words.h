@@ -26,4 +26,7 @@ bool NeedsUser(ARDV::Relay::RELAYD_RET error);
 /** A point in time, in local time and by how long it is ago: "2026-11-20 17:24:41 +0000 (3 min ago)". */
 std::string TimeWords(std::int64_t seconds);
 
+/** Likewise one that lies ahead: "2026-11-20 17:24:41 +0000 (in 30 s)". */
+std::string DueWords(std::int64_t seconds);
+
 }  // namespace ardv::ctl

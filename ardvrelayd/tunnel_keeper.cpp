@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tunnel_keeper.h"
 
-#include <algorithm>
 #include <csignal>
-#include <iterator>
+#include <set>
 #include <utility>
 
 #include "log.h"
@@ -23,10 +22,6 @@ constexpr seconds kSetUpLimit{29};  // of the tunnel's alarm, which counts whole
 constexpr seconds kEndLimit{2};     // then OpenVPN is killed
 constexpr seconds kAnswerLimit{30};
 constexpr seconds kLasting{60};  // a tunnel that was up for so long was a success
-
-bool HasPort(const std::vector<OpenService>& services, std::uint16_t port) {
-    return std::any_of(services.begin(), services.end(), [port](const OpenService& s) { return s.port == port; });
-}
 
 }  // namespace
 
@@ -256,7 +251,7 @@ void TunnelKeeper::OnReady() {
     phase_ = Phase::kUp;
     upSince_ = Clock::now();
     error_.clear();
-    Admit(PermittedServices(device_.Configuration()));
+    Admit();
     DAEMON_LOG(LOG_NOTICE, "the tunnel to %s is up", tunnel_->GetHost().c_str());
     Answer(openers_, RELAYD_RET_SUCCESS);
     Tell();
@@ -271,34 +266,26 @@ void TunnelKeeper::OnAlarm() {
     }
 }
 
+// All is made anew, guard included, as somebody else's firewall may have been loaded meanwhile. Nothing passes while there are no rules.
 void TunnelKeeper::OnReload() {
     if (phase_ != Phase::kUp) {
         return;
     }
-    auto wanted = PermittedServices(device_.Configuration());
-    if (wanted != open_) {
-        Admit(std::move(wanted));
-        Tell();
-    }
+    tunnel_->InsertKernelModule();
+    tunnel_->RemoveIptableRules();
+    tunnel_->InsertIptableDefaultRule();
+    Admit();
+    Tell();
 }
 
-// Rules can be added one by one; to take one away, all are made anew. Nothing passes while there is none.
-void TunnelKeeper::Admit(std::vector<OpenService> wanted) {
-    const bool mayStay =
-        std::all_of(open_.begin(), open_.end(), [&wanted](const OpenService& s) { return HasPort(wanted, s.port); });
-    if (!mayStay) {
-        tunnel_->RemoveIptableRules();
-        tunnel_->InsertIptableDefaultRule();
-        open_.clear();
-    }
-    std::vector<OpenService> open;
-    for (const auto& service : wanted) {
-        if (!HasPort(open_, service.port) && !HasPort(open, service.port)) {
+void TunnelKeeper::Admit() {
+    open_ = PermittedServices(device_.Configuration());
+    std::set<std::uint16_t> ports;
+    for (const auto& service : open_) {
+        if (ports.insert(service.port).second) {
             tunnel_->InsertIptableAcceptRule(service.port);
         }
-        open.push_back(service);
     }
-    open_ = std::move(open);
 }
 
 void TunnelKeeper::Note(const char* why) {

@@ -120,7 +120,7 @@ private:
     void EndNow();
     void Ended();
     void Closed();
-    void Admit(std::vector<OpenService> wanted);
+    void Admit();
     void Note(const char* why);
     void Answer(std::vector<std::string>& askers, ARDV::Relay::RELAYD_RET result);
     void Tell();

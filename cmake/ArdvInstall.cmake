@@ -33,6 +33,24 @@ if(ARDV_PLATFORM STREQUAL "linux")  # a device's own system has its services els
   install(SCRIPT cmake/InstallUnit.cmake)
 endif()
 
+# The scripts of the tunnel and the relay's authority stand at fixed places, whatever the prefix. What is outside of the prefix is installed only when
+# asked for ("cmake --install BUILD --component device"), so that a private installation takes no rights and changes nothing of the machine's.
+set(ARDV_RELAY_CA_FILE "" CACHE FILEPATH "Certificates of the authority that the relay servers' certificates are of, to be installed (PEM)")
+set(ARDV_DEVICE_DIR /usr/ardv/etc.defaults)
+set(ARDV_DEVICE_FILES COMPONENT device EXCLUDE_FROM_ALL)
+install(PROGRAMS ardvrelayd/scripts/up.sh ardvrelayd/scripts/down.sh DESTINATION ${ARDV_DEVICE_DIR}/ardvrelayd/scripts ${ARDV_DEVICE_FILES})
+install(DIRECTORY DESTINATION ${ARDV_DEVICE_DIR}/ardvrelayd/ca ${ARDV_DEVICE_FILES})
+if(ARDV_RELAY_CA_FILE)
+  file(STRINGS "${ARDV_RELAY_CA_FILE}" ARDV_RELAY_CA_FOUND REGEX "^-----BEGIN CERTIFICATE-----" LIMIT_COUNT 1)
+  if(NOT ARDV_RELAY_CA_FOUND)
+    message(FATAL_ERROR "ARDV_RELAY_CA_FILE: there is no PEM certificate in ${ARDV_RELAY_CA_FILE}")
+  endif()
+  install(FILES "${ARDV_RELAY_CA_FILE}" DESTINATION ${ARDV_DEVICE_DIR}/ardvrelayd/ca RENAME ca.crt ${ARDV_DEVICE_FILES})
+endif()
+if(ARDV_PLATFORM STREQUAL "linux")  # on a device it belongs to the VPN client
+  install(PROGRAMS platform/programs/ovpnc.sh DESTINATION ${ARDV_DEVICE_DIR}/ardvvpnclient/scripts ${ARDV_DEVICE_FILES})
+endif()
+
 foreach(header IN LISTS ARDVRELAYD_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH folder)
   install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ardvrelayd/${folder})

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * The chain of the packet filter that guards the tunnel's interface: its rules, IPv4 first and then IPv6. Failures are logged.
+ * The chain of the packet filter that guards the tunnel's interface: its rules, IPv4 first and then IPv6. Failures are
+ * logged.
  */
 #pragma once
 

@@ -91,6 +91,7 @@ bool Tunnel::Create(const Json::Value& candidates, bool allowUdp, bool allowIpv6
             return status_ == TUNNEL_STATUS_CREATING;
         }
     }
+    UnlinkTunnelPassFile();  // that of an attempt whose end nobody asked for
     status_ = TUNNEL_STATUS_FAILED;
     pid_ = -1;
     RemoveKernelModule();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Candidates: the ways to a relay server that the control server offers. What is in them becomes arguments of a program, so nothing passes that is
- * not what it should be.
+ * Candidates: the ways to a relay server that the control server offers. What is in them becomes arguments of a
+ * program, so nothing passes that is not what it should be.
  */
 #pragma once
 

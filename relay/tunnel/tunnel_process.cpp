@@ -31,7 +31,7 @@ std::vector<char*> ArgumentVector(std::vector<std::string>& command) {
     return arguments;
 }
 
-/** All that a child needs, ready before it is there: of what it may call before exec, nothing allocates memory or takes a lock. */
+/** All that a child needs, ready before it is there: nothing that it may call before exec allocates or takes a lock. */
 struct ChildPlan {
     const char* program;
     char* const* arguments;
@@ -73,7 +73,7 @@ void SetDefaultSignals() {
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
-/** Closed by exec, and not at once, so that the error's pipe lives until then. A kernel before 5.11 has no call for it. */
+/** By exec, and not at once, so that the error's pipe lives until then. A kernel before 5.11 has no call for it. */
 void CloseAllOnExec(int limit) {
     if (close_range(kFirstClosed, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
         return;

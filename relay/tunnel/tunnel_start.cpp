@@ -123,12 +123,12 @@ bool Tunnel::RunVPNTunnel(const Json::Value& candidate) {
     }
     status_ = TUNNEL_STATUS_NONE;
     pid_ = -1;
+    UnlinkTunnelPassFile();  // that of an earlier attempt, under whatever name
     TunnelCandidate chosen;
     if (const char* why = ReadCandidate(candidate, {relayIp_, relayIpv6_}, chosen)) {
         RELAY_LOG(LOG_DEBUG, "no candidate to try: %s", why);
         return false;
     }
-    UnlinkTunnelPassFile();  // that of an earlier attempt, under whatever name
     const std::string path = PassFileOf(relayUser_);
     if (!WritePassFile(path)) {
         RELAY_LOG(LOG_ERR, "Write pass file failed");

@@ -5,20 +5,13 @@
 #include <iterator>
 #include <utility>
 
-#include "vocabulary.h"
+#include "request_check.h"
 
 namespace ARDV::Sandbox {
 namespace {
 
 bool IsKeepAlive(const Json::Value& value) {
     return value.isInt() && value.asInt() >= kMinKeepAlive && value.asInt() <= kMaxKeepAlive;
-}
-
-bool IsHost(const Json::Value& value) {
-    const std::string text = value.isString() ? value.asString() : "";
-    return !text.empty() && text.size() <= 253 &&
-           text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-") ==
-               std::string::npos;
 }
 
 bool IsSmartDns(const Json::Value& value) {

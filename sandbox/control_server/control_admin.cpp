@@ -44,8 +44,12 @@ Handler Clearing(SessionTable& sessions, void (SessionTable::*clear)()) {
     };
 }
 
+std::string DeviceIn(const Json::Value& json) {
+    return json.isObject() && json["serverID"].isString() ? json["serverID"].asString() : "";
+}
+
 AdminReply QueueCommand(const ControlParts& parts, const Json::Value& json) {
-    const std::string serverId = json.isObject() && json["serverID"].isString() ? json["serverID"].asString() : "";
+    const std::string serverId = DeviceIn(json);
     if (!parts.devices.Has(serverId)) {
         return Fail(400, "serverID is not of a known device");
     }
@@ -70,6 +74,45 @@ AdminReply BreakWaits(const ControlParts& parts, const Json::Value& json) {
     return Show(reply);
 }
 
+// Called with the body of POST /sandbox/tunnel: {"serverID", "relay", "candidates", "forward"[, "inline"][, "queue"]}.
+AdminReply AssignTunnel(const ControlParts& parts, const Json::Value& json) {
+    const std::string serverId = DeviceIn(json);
+    std::string error;
+    if (!parts.devices.Has(serverId)) {
+        return Fail(400, "serverID is not of a known device");
+    }
+    const auto assigned = parts.tunnels.Assign(serverId, parts.sessions.Alias(serverId), json, error);
+    if (!assigned) {
+        return Fail(400, error);
+    }
+    Json::Value reply = *assigned;
+    if (json["queue"] == Json::Value(false)) {
+        return Show(reply);
+    }
+    Json::Value command = json["inline"] == Json::Value(true) ? *assigned : Json::Value(Json::objectValue);
+    command["command"] = "open_tunnel";
+    const auto id = parts.sessions.Queue(serverId, std::move(command), error);
+    reply["id"] = id.value_or("");
+    return id ? Show(reply) : Fail(400, error);
+}
+
+AdminReply RemoveTunnel(const ControlParts& parts, const Json::Value& json) {
+    const std::string serverId = DeviceIn(json);
+    std::string error;
+    if (!parts.devices.Has(serverId)) {
+        return Fail(400, "serverID is not of a known device");
+    }
+    if (!parts.tunnels.Remove(serverId, error)) {
+        return Fail(500, error);
+    }
+    Json::Value command(Json::objectValue);
+    command["command"] = "close_tunnel";
+    const auto id = parts.sessions.Queue(serverId, std::move(command), error);
+    Json::Value reply(Json::objectValue);
+    reply["id"] = id.value_or("");
+    return id ? Show(reply) : Fail(400, error);
+}
+
 }  // namespace
 
 void AddControlRequests(TestInterface& tests, const ControlParts& parts) {
@@ -85,6 +128,11 @@ void AddControlRequests(TestInterface& tests, const ControlParts& parts) {
     tests.Add("GET", "/sandbox/results", Showing(sessions, &SessionTable::Results));
     tests.Add("DELETE", "/sandbox/results", Clearing(sessions, &SessionTable::ClearResults));
     tests.Add("POST", "/sandbox/waits", OfJson([parts](const Json::Value& json) { return BreakWaits(parts, json); }));
+    tests.Add("GET", "/sandbox/tunnel", Showing(parts.tunnels, &TunnelBook::Snapshot));
+    tests.Add("POST", "/sandbox/tunnel",
+              OfJson([parts](const Json::Value& json) { return AssignTunnel(parts, json); }));
+    tests.Add("DELETE", "/sandbox/tunnel",
+              OfJson([parts](const Json::Value& json) { return RemoveTunnel(parts, json); }));
     tests.Add("GET", "/sandbox/answers", Showing(parts.answers, &Answers::Snapshot));
     tests.Add("PUT", "/sandbox/answers", Replacing(parts.answers, &Answers::Set));
     tests.Add("GET", "/sandbox/scenario", Showing(parts.scenario, &Scenario::Progress));

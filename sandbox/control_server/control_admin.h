@@ -7,6 +7,7 @@
 #include "http/test_interface.h"
 #include "scenario.h"
 #include "session_table.h"
+#include "tunnel_book.h"
 
 namespace ARDV::Sandbox {
 
@@ -16,6 +17,7 @@ struct ControlParts {
     SessionTable& sessions;
     Answers& answers;
     Scenario& scenario;
+    TunnelBook& tunnels;
 };
 
 /// Makes `tests` serve the requests of docs/control-protocol.md, "The test interface". The parts must outlive it.

@@ -101,7 +101,15 @@ std::string ControlService::Serve(Call& call) {
     if (call.command == kWait) {
         return Wait(call);
     }
+    if (call.command == kGetTunnel) {
+        return Send(call, GetTunnel(call));
+    }
     return Send(call, call.command == kRegister ? Register(call) : KeepAlive(call));
+}
+
+// A device that leaves the member out has no order.
+void ControlService::NoteTunnel(const std::string& serverId, const Call& call) {
+    parts_.sessions.NoteTunnel(serverId, call.request["tunnel"]);
 }
 
 Json::Value ControlService::Register(const Call& call) {
@@ -118,6 +126,7 @@ Json::Value ControlService::Register(const Call& call) {
         return ErrorAnswer(verdict == DeviceBook::Verdict::kRefused ? ControlError::kAuth : ControlError::kUnknown);
     }
     const SessionTable::Names names = parts_.sessions.Open(serverId, call.request);
+    NoteTunnel(serverId, call);
     Json::Value answer = ErrorAnswer(ControlError::kSuccess);
     answer["serverID"] = serverId;
     answer["session"] = names.session;
@@ -130,9 +139,23 @@ Json::Value ControlService::KeepAlive(const Call& call) {
     if (!parts_.sessions.KeepAlive(call.request["serverID"].asString(), call.request["session"].asString())) {
         return ErrorAnswer(ControlError::kSessionTimeout);
     }
+    NoteTunnel(call.request["serverID"].asString(), call);
     Json::Value answer = ErrorAnswer(ControlError::kSuccess);
     parts_.answers.Tell(call.command, answer);
     return answer;
+}
+
+Json::Value ControlService::GetTunnel(const Call& call) {
+    const std::string serverId = call.request["serverID"].asString();
+    if (!parts_.sessions.Has(serverId, call.request["session"].asString())) {
+        return ErrorAnswer(ControlError::kSessionTimeout);
+    }
+    auto assigned = parts_.tunnels.Of(serverId);
+    if (!assigned) {
+        return ErrorAnswer(ControlError::kNoTunnel);
+    }
+    (*assigned)["errno"] = static_cast<int>(ControlError::kSuccess);
+    return std::move(*assigned);
 }
 
 std::string ControlService::Wait(Call& call) {
@@ -141,6 +164,7 @@ std::string ControlService::Wait(Call& call) {
     if (!wait) {
         return Send(call, ErrorAnswer(ControlError::kSessionTimeout));
     }
+    NoteTunnel(call.request["serverID"].asString(), call);
     std::string reply = Hold(call, wait);
     parts_.sessions.End(wait);
     return reply;

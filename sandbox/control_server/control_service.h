@@ -13,7 +13,7 @@
 
 namespace ARDV::Sandbox {
 
-/// Serves register, keep_alive and wait.
+/// Serves register, keep_alive, wait and get_tunnel.
 class ControlService final : public Service {
 public:
     /// Serves by `parts`, which must outlive it; a wait is held for `hold`.
@@ -37,6 +37,8 @@ private:
     std::string Serve(Call& call);
     Json::Value Register(const Call& call);
     Json::Value KeepAlive(const Call& call);
+    Json::Value GetTunnel(const Call& call);
+    void NoteTunnel(const std::string& serverId, const Call& call);
     std::string Wait(Call& call);
     std::string Hold(Call& call, const std::shared_ptr<HeldWait>& wait);
     std::string AnswerWait(Call& call, const SessionTable::Answer& answer);

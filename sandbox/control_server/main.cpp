@@ -19,12 +19,14 @@ int Run(const ControlOptions& options) {
                            .resend = std::chrono::seconds(options.resend)});
     Answers answers(options.keepAlive);
     Scenario scenario;
+    TunnelBook tunnels(options.relayUsers);
     std::string error;
-    if (!devices.Load(error) || (!options.scenario.empty() && !scenario.Load(options.scenario, error))) {
+    if (!devices.Load(error) || !tunnels.Begin(error) ||
+        (!options.scenario.empty() && !scenario.Load(options.scenario, error))) {
         std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
         return 1;
     }
-    ControlService service({devices, sessions, answers, scenario}, std::chrono::seconds(options.hold));
+    ControlService service({devices, sessions, answers, scenario, tunnels}, std::chrono::seconds(options.hold));
     return RunServer(kProgram, options.server, service);
 }
 

@@ -11,7 +11,7 @@ namespace ARDV::Sandbox {
 namespace {
 
 constexpr size_t kLimit = 4096;
-constexpr std::string_view kSecrets[] = {"token", "key", "session", "channel", "relay_pass"};
+constexpr std::string_view kSecrets[] = {"token", "key", "session", "channel", "relay_user", "relay_pass"};
 
 bool IsSecret(const std::string& name) {
     return std::find(std::begin(kSecrets), std::end(kSecrets), name) != std::end(kSecrets);

@@ -9,7 +9,7 @@
 namespace ARDV::Sandbox {
 
 /// `value` as JSON on one line of printable ASCII, at most 4096 bytes ("..." then marks the cut), with "***" for each
-/// member that is a secret: token, key, session, channel and relay_pass.
+/// member that is a secret: token, key, session, channel, relay_user and relay_pass.
 std::string Masked(const Json::Value& value);
 
 }  // namespace ARDV::Sandbox

@@ -18,6 +18,7 @@ bool ParseOptions(int argc, const char* const* argv, ControlOptions& options, in
     AddServerOptions(app, options.server);
     app.add_option("--state", options.state, "File of the known devices (JSON), made when it does not exist");
     app.add_option("--scenario", options.scenario, "Steps to play (JSON)");
+    app.add_option("--relay-users", options.relayUsers, "File of the relay's users, written at each change");
     app.add_option("--keep-alive", options.keepAlive, "Seconds between two signs of life that devices are told")
         ->check(CLI::Range(kMinKeepAlive, kMaxKeepAlive))
         ->capture_default_str();

@@ -14,6 +14,7 @@ struct ControlOptions {
     ServerOptions server;
     std::string state;                  ///< JSON file of the devices; empty: they are forgotten at the end
     std::string scenario;               ///< JSON file; empty: none
+    std::string relayUsers;             ///< file for the relay's users; empty: they are not written
     int keepAlive = kDefaultKeepAlive;  ///< seconds that devices are told
     int hold = 3600;                    ///< seconds that a wait is held
     int resend = 5;                     ///< seconds without a result after which a command is sent again

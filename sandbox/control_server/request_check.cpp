@@ -97,6 +97,14 @@ bool IsResult(const Json::Value& value) {
     return value.isObject() && IsName(value["id"], kMaxCommandId) && IsInteger(value["result"]);
 }
 
+// What a device tells of the tunnel that was ordered.
+bool IsTunnel(const Json::Value& value) {
+    static constexpr std::string_view kWords[] = {"NONE", "READY", "CLOSE", "FAILED", "INVALID_CONF", "CREATING"};
+    const std::string status = value.isObject() && value["status"].isString() ? value["status"].asString() : "";
+    return std::find(std::begin(kWords), std::end(kWords), status) != std::end(kWords) &&
+           IsTextUpTo<253>(value["relay_ip"]);
+}
+
 template <bool (*kIsElement)(const Json::Value&)>
 bool IsListOf(const Json::Value& value) {
     return IsArrayOf(value, kIsElement);
@@ -130,9 +138,16 @@ constexpr MemberRule kRegisterRules[] = {
     {"smartdns.enabled", true, IsBoolean},
     {"daemon", true, IsObject},
     {"daemon.version", true, IsFilledUpTo<64>},
+    {"tunnel", false, IsTunnel},
 };
 
 constexpr MemberRule kKeepAliveRules[] = {
+    {"serverID", true, IsNameUpTo<kMaxServerId>},
+    {"session", true, IsNameUpTo<kMaxSession>},
+    {"tunnel", false, IsTunnel},
+};
+
+constexpr MemberRule kGetTunnelRules[] = {
     {"serverID", true, IsNameUpTo<kMaxServerId>},
     {"session", true, IsNameUpTo<kMaxSession>},
 };
@@ -141,6 +156,7 @@ constexpr MemberRule kWaitRules[] = {
     {"serverID", true, IsNameUpTo<kMaxServerId>},
     {"channel", true, IsNameUpTo<kMaxSession>},
     {"results", false, IsListOf<IsResult>},
+    {"tunnel", false, IsTunnel},
 };
 
 struct CommandRules {
@@ -152,6 +168,7 @@ constexpr CommandRules kRules[] = {
     {kRegister, kRegisterRules},
     {kKeepAlive, kKeepAliveRules},
     {kWait, kWaitRules},
+    {kGetTunnel, kGetTunnelRules},
 };
 
 // Null where there is none.
@@ -209,6 +226,13 @@ bool IsName(const Json::Value& value, size_t limit) {
     return !text.empty() && text.size() <= limit && std::all_of(text.begin(), text.end(), [](char c) {
         return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '_' || c == '-';
     });
+}
+
+bool IsHost(const Json::Value& value) {
+    const std::string text = value.isString() ? value.asString() : "";
+    return !text.empty() && text.size() <= 253 &&
+           text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-") ==
+               std::string::npos;
 }
 
 }  // namespace ARDV::Sandbox

@@ -27,4 +27,7 @@ std::string_view CommandOf(const Json::Value& request);
 /// True for 1 to `limit` characters of A-Z a-z 0-9 . _ -
 bool IsName(const Json::Value& value, size_t limit);
 
+/// True for what may be a host name or an IPv4 address.
+bool IsHost(const Json::Value& value);
+
 }  // namespace ARDV::Sandbox

@@ -43,6 +43,29 @@ bool SessionTable::KeepAlive(const std::string& serverId, std::string_view sessi
     return true;
 }
 
+bool SessionTable::Has(const std::string& serverId, std::string_view session) {
+    const std::lock_guard lock(mutex_);
+    Session* found = Find(serverId);
+    if (!found || found->names.session != session) {
+        return false;
+    }
+    MarkSeen(*found);
+    return true;
+}
+
+void SessionTable::NoteTunnel(const std::string& serverId, const Json::Value& tunnel) {
+    const std::lock_guard lock(mutex_);
+    if (Session* session = Find(serverId)) {
+        session->tunnel = tunnel;
+    }
+}
+
+std::string SessionTable::Alias(const std::string& serverId) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = sessions_.find(serverId);
+    return found == sessions_.end() ? "" : found->second.registration["alias"].asString();
+}
+
 std::shared_ptr<HeldWait> SessionTable::Begin(const std::string& serverId, const std::string& channel,
                                               const Json::Value& results) {
     const std::lock_guard lock(mutex_);
@@ -157,6 +180,7 @@ Json::Value SessionTable::Sessions() const {
         entry["waits"] = session.waits;
         entry["waiting"] = session.wait != nullptr;
         entry["registration"] = session.registration;
+        entry["tunnel"] = session.tunnel;
     }
     return json;
 }

@@ -56,6 +56,15 @@ public:
     /// A sign of life. False: there is no such session.
     bool KeepAlive(const std::string& serverId, std::string_view session);
 
+    /// True when this is the name of the device's session; a sign of life, too, but none that is counted.
+    bool Has(const std::string& serverId, std::string_view session);
+
+    /// What the device of a session has told last of its tunnel; null: nothing.
+    void NoteTunnel(const std::string& serverId, const Json::Value& tunnel);
+
+    /// The alias that the device of a session has registered with; empty: none.
+    std::string Alias(const std::string& serverId) const;
+
     /// Begins a wait and takes the `results` that came with it; a wait before it is superseded. Null: there is no such
     /// session, and nothing was taken.
     std::shared_ptr<HeldWait> Begin(const std::string& serverId, const std::string& channel,
@@ -93,6 +102,7 @@ private:
     struct Session {
         Names names;
         Json::Value registration;
+        Json::Value tunnel;
         std::string startedAt;
         std::string seenAt;
         Clock::time_point lastSign;

@@ -16,13 +16,15 @@ enum class ControlError : int32_t {
     kNoSuchCommand = 3,   ///< unknown "command"
     kVersion = 5,         ///< another version than 1
     kSessionTimeout = 6,  ///< no such session or channel, or it is over
+    kNoTunnel = 8,        ///< no relay is assigned
     kInput = 9            ///< no request as the protocol has it
 };
 
 inline constexpr std::string_view kRegister = "register";
 inline constexpr std::string_view kKeepAlive = "keep_alive";
 inline constexpr std::string_view kWait = "wait";
-inline constexpr std::array<std::string_view, 3> kCommands{kRegister, kKeepAlive, kWait};
+inline constexpr std::string_view kGetTunnel = "get_tunnel";
+inline constexpr std::array<std::string_view, 4> kCommands{kRegister, kKeepAlive, kWait, kGetTunnel};
 
 inline constexpr int kMinKeepAlive = 60;
 inline constexpr int kMaxKeepAlive = 86400;

@@ -32,6 +32,11 @@ bool HasBody(std::string_view method) {
     return method == "POST" || method == "PUT";
 }
 
+// What is to be deleted may be named by the path alone.
+bool HasBodyToDelete(const httplib::Request& request) {
+    return request.method == "DELETE" && request.get_header_value<uint64_t>("Content-Length") > 0;
+}
+
 // Nothing when the body is larger than `limit` or breaks off.
 std::optional<std::string> ReadBody(const httplib::Request& request, const httplib::ContentReader& reader,
                                     size_t limit) {
@@ -185,9 +190,11 @@ void Server::SetRoutes(httplib::Server& server) {
         server.Post(Literally(page), handler);
     }
     for (const TestInterface::Route& route : service_.Tests().Routes()) {
+        const std::string path = Literally(route.path);
         if (HasBody(route.method)) {
-            const std::string path = Literally(route.path);
             route.method == "PUT" ? server.Put(path, handler) : server.Post(path, handler);
+        } else if (route.method == "DELETE") {
+            server.Delete(path, handler);
         }
     }
 }
@@ -195,7 +202,7 @@ void Server::SetRoutes(httplib::Server& server) {
 // Anything else is answered without reading a body.
 bool Server::TakesBody(const httplib::Request& request) const {
     return (request.method == "POST" && service_.IsPage(request.path)) ||
-           (HasBody(request.method) && ServesAdmin(request));
+           ((HasBody(request.method) || HasBodyToDelete(request)) && ServesAdmin(request));
 }
 
 void Server::ReadAndDispatch(const httplib::Request& request, httplib::Response& response,

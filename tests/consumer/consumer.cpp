@@ -8,6 +8,7 @@
 #include <relay/config/config.h>
 #include <relay/daemon/daemon.h>
 #include <relay/request/request_alias.h>
+#include <relay/tunnel/tunnel.h>
 #include <relay/utils/utils.h>
 
 using namespace ARDV::Relay;
@@ -36,5 +37,7 @@ int main() {
     ALIAS_RETRY_TYPE type = ALIAS_RETRY_TYPE_NONE;
     failures += Check(AliasRequest::GetRetryType(ALIAS_RET_DNS, type) && type == ALIAS_RETRY_TYPE_RESOLVE,
                       "results have a class");
+    failures += Check(Tunnel::GetStatusStr(TUNNEL_STATUS_CREATING) == "CREATING" && !Tunnel().IsAlive(),
+                      "a tunnel begins without a child");
     return failures;
 }

@@ -4,6 +4,7 @@
 
 #include <ardv/error.h>
 #include <ardv/port_mapping.h>
+#include <ardv/program.h>
 #include <ardvw3/engine.h>
 #include <ardvw3/hos.h>
 #include <ardvw3/nginx_conf_register.h>
@@ -33,5 +34,6 @@ int main() {
     int port = 1;
     failures += Check(ALibArdvPortMapGetRouterPort(0, &port) < 0 && port == 0, "0 is no port");
     failures += Check(ALIBCErrGet() == ARDV_ERR_INVALID_ARGUMENT, "a failure has a code");
+    failures += Check(ALIBCExecl("/bin/true", ARDV_EXEC_HELPER, "argument", nullptr) == 0, "a helper program is run");
     return failures;
 }

@@ -4,45 +4,12 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "ardvrelayctl_daemon.h"
+#include "ardvrelayctl_doctor.h"
 
 namespace ardv::test {
 namespace {
 
 using testing::HasSubstr;
-
-constexpr const char kHealthy[] =
-    R"({"tethra":{"enabled":true},"server_alias":{"alias":"attic","url":"https://127.0.0.1"},)"
-    R"("server_global":{"host":"127.0.0.1"},"server_control":{"host":"127.0.0.1","protocol":"https"},)"
-    R"("server_waitcmd":{"host":"localhost","protocol":"https"}})";
-
-/** A device with nothing wrong about it but what belongs to the machine. */
-class ArdvrelayctlDoctor : public ArdvrelayctlDaemon {
-protected:
-    ArdvrelayctlDoctor() {
-        WriteText(kConfigFile, kHealthy);
-        PublishAlias("attic", "success");
-    }
-
-    static Json::Value Find(const std::string& check) {
-        const Json::Value report = RunJson({"doctor"});
-        for (const auto& row : report["checks"]) {
-            if (row["check"] == check) {
-                return row;
-            }
-        }
-        ADD_FAILURE() << "there is no check " << check;
-        return {};
-    }
-
-    static void Expect(const std::string& check, const std::string& level, const std::string& finding,
-                       const std::string& advice) {
-        const Json::Value row = Find(check);
-        EXPECT_EQ(row["level"], level) << row;
-        EXPECT_THAT(row["finding"].asString(), HasSubstr(finding)) << check;
-        EXPECT_THAT(row["advice"].asString(), HasSubstr(advice)) << check;
-    }
-};
 
 TEST_F(ArdvrelayctlDoctor, FindsNothingWrongWithAHealthyDevice) {
     const MadeUpDaemon daemon;
@@ -194,16 +161,6 @@ TEST_F(ArdvrelayctlDoctor, LooksForTheUnit) {
     std::filesystem::create_symlink("../ardvrelayd.service",
                                     "/etc/systemd/system/multi-user.target.wants/ardvrelayd.service");
     Expect("unit", "ok", "/etc/systemd/system/ardvrelayd.service", "");
-}
-
-TEST_F(ArdvrelayctlDoctor, LooksForOpenVpn) {
-    for (const char* folder : {"/usr/sbin", "/usr/bin", "/sbin", "/bin", "/usr/local/sbin", "/usr/local/bin"}) {
-        std::filesystem::remove(std::string(folder) + "/openvpn");
-    }
-    Expect("openvpn", "warning", "not installed", "install");
-    WriteText("/usr/local/sbin/openvpn", "#!/bin/sh\n");
-    std::filesystem::permissions("/usr/local/sbin/openvpn", std::filesystem::perms(0755));
-    Expect("openvpn", "ok", "/usr/local/sbin/openvpn", "");
 }
 
 TEST_F(ArdvrelayctlDoctor, FindsAClockThatIsWrong) {

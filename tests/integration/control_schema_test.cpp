@@ -14,8 +14,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kMessages[] = {"register-request",  "register-answer", "keep-alive-request",
-                                     "keep-alive-answer", "wait-request",    "wait-answer"};
+constexpr const char* kMessages[] = {"register-request", "register-answer", "keep-alive-request", "keep-alive-answer",
+                                     "wait-request",     "wait-answer",     "get-tunnel-request", "get-tunnel-answer"};
+
+constexpr const char* kOrder = R"({"relay":{"relay_ip":"198.51.100.7","relay_ipv6":"2001:db8:7::7"},
+    "candidates":[{"type":"openvpn","protocol":"udp","port":"1194","mtu":"1400","mtu-disc":true}],
+    "forward":[{"public":45000,"device":5000}]})";
 
 /** The files of docs/control-protocol that show this message: MESSAGE.json and MESSAGE-SOMETHING.json. */
 std::vector<std::string> ExamplesOf(const std::string& message) {
@@ -61,7 +65,16 @@ TEST_F(ControlSchema, FitsWhatTheServerSays) {
         server.Command(id, command);
     }
     EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "");
+    EXPECT_EQ(CheckValue("get-tunnel-answer", Post(GetTunnelRequest())), "");
+    server.OpenTunnel(id, kOrder);
+    EXPECT_EQ(CheckValue("get-tunnel-answer", Post(GetTunnelRequest())), "");
+    EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "") << "an order that is to be asked for";
+    Json::Value order = ParseText(kOrder);
+    order["inline"] = true;
+    server.OpenTunnel(id, order.toStyledString());
+    EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "") << "an order in the command";
     server.EndSessions();
+    EXPECT_EQ(CheckValue("get-tunnel-answer", Post(GetTunnelRequest())), "");
     EXPECT_EQ(CheckValue("wait-answer", Post(WaitRequest())), "");
     EXPECT_EQ(CheckValue("keep-alive-answer", Post(KeepAliveRequest())), "");
 }
@@ -70,7 +83,7 @@ TEST_F(ControlSchema, TakesTheExamplesAsRequests) {
     for (const auto& file : ExamplesOf("register-request")) {
         Register(ParseText(ReadText(file)));
     }
-    for (const std::string message : {"keep-alive-request", "wait-request"}) {
+    for (const std::string message : {"keep-alive-request", "wait-request", "get-tunnel-request"}) {
         for (const auto& file : ExamplesOf(message)) {
             Json::Value request = ParseText(ReadText(file));
             EXPECT_EQ(Post(request)["errno"], 6) << file << ": as it should be but for its session";
@@ -128,6 +141,44 @@ TEST_F(ControlSchema, FitsWhatTheDaemonSays) {
     EXPECT_EQ(CheckMessages("wait-request", BodiesOf("wait", requests)), "");
 }
 
+std::string ConfigurationOverTls(int port) {
+    Json::Value configuration = ParseText(Configuration(port));
+    for (const char* name : {"server_global", "server_control", "server_waitcmd"}) {
+        configuration[name]["protocol"] = "https";
+        configuration[name]["host"] = "localhost";
+    }
+    return configuration.toStyledString();
+}
+
+TEST(ControlSchemaTunnel, FitsWhatTheDaemonSaysOfATunnel) {
+    const ScratchFolder folder;
+    const TestCertificates certificates(folder.Path() + "/certificates");
+    const ControlServerProcess server(ControlServerSettings{
+        {folder.Path() + "/server", certificates.Certificate("valid"), certificates.Key("valid")}});
+    MakeDevice();
+    WriteText("/etc/ssl/certs/ca-certificates.crt", ReadText(certificates.Authority()));
+    WriteText("/usr/ardv/etc/ardvrelayd/ardvrelayd.conf", ConfigurationOverTls(server.HttpsPort()));
+    DaemonProcess daemon;
+    ASSERT_TRUE(server.WaitFor([&] { return !server.Sessions().empty(); })) << daemon.Log();
+    const std::string id = server.Sessions().getMemberNames().front();
+    // Nothing of it can be tried, so no OpenVPN is needed.
+    server.OpenTunnel(id, R"({"relay":{"relay_ip":"198.51.100.7"},"candidates":[{"type":"other"}]})");
+    EXPECT_TRUE(server.WaitFor([&] { return server.Tunnel(id)["status"] == "FAILED"; })) << daemon.Log();
+    EXPECT_EQ(server.Tunnel(id)["relay_ip"], "198.51.100.7");
+    EXPECT_EQ(server.BreakWaits(R"({"kind":"reset"})"), 1);
+    EXPECT_TRUE(server.WaitFor([&] { return !BodiesOf("keep_alive", server.Requests()).empty(); })) << daemon.Log();
+    server.EndSessions();
+    EXPECT_TRUE(server.WaitFor([&] { return BodiesOf("register", server.Requests()).size() == 2; })) << daemon.Log();
+    EXPECT_EQ(daemon.Stop(), 0) << daemon.Log();
+    const Json::Value requests = server.Requests();
+    const auto asked = BodiesOf("get_tunnel", requests);
+    EXPECT_FALSE(asked.empty());
+    EXPECT_EQ(CheckMessages("get-tunnel-request", asked), "");
+    EXPECT_EQ(CheckMessages("register-request", BodiesOf("register", requests)), "");
+    EXPECT_EQ(CheckMessages("keep-alive-request", BodiesOf("keep_alive", requests)), "");
+    EXPECT_EQ(CheckMessages("wait-request", BodiesOf("wait", requests)), "");
+}
+
 TEST_F(ControlSchema, BoundsTheCommandsOfAnAnswer) {
     Json::Value answer = ParseText(R"({"errno":0,"commands":[]})");
     for (int i = 0; i < 16; ++i) {
@@ -155,6 +206,17 @@ constexpr WrongMessage kWrong[] = {
     {"CommandWithoutId", "wait-answer", R"({"errno":0,"commands":[{"command":"update_alias"}]})"},
     {"OpenTunnelWithoutRelay", "wait-answer",
      R"({"errno":0,"commands":[{"id":"a","command":"open_tunnel","candidates":[]}]})"},
+    {"OpenTunnelWithoutCandidates", "wait-answer",
+     R"({"errno":0,"commands":[{"id":"a","command":"open_tunnel",)"
+     R"("relay":{"relay_ip":"198.51.100.7","relay_user":"u","relay_pass":"p"}}]})"},
+    {"NoOrderInAnAnswerOfSuccess", "get-tunnel-answer", R"({"errno":0})"},
+    {"UserWithASlash", "get-tunnel-answer",
+     R"({"errno":0,"relay":{"relay_ip":"198.51.100.7","relay_user":"a/b","relay_pass":"p"},"candidates":[]})"},
+    {"TunnelInAnotherWord", "wait-request",
+     R"({"version":1,"command":"wait","serverID":"a","channel":"b","tunnel":{"status":"UP","relay_ip":""}})"},
+    {"TunnelWithoutRelay", "keep-alive-request",
+     R"({"version":1,"command":"keep_alive","serverID":"a","session":"b","tunnel":{"status":"READY"}})"},
+    {"NoSession", "get-tunnel-request", R"({"version":1,"command":"get_tunnel","serverID":"a"})"},
     {"OtherVersion", "keep-alive-request", R"({"version":2,"command":"keep_alive","serverID":"a","session":"b"})"},
     {"OtherCommand", "keep-alive-request", R"({"version":1,"command":"wait","serverID":"a","session":"b"})"},
     {"NoChannel", "wait-request", R"({"version":1,"command":"wait","serverID":"a"})"},

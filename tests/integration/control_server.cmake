@@ -5,6 +5,7 @@ ardv_add_test(ardv_control_server_tests
   integration/control_server_fault_test.cpp
   integration/control_server_scenario_test.cpp
   integration/control_server_test.cpp
+  integration/control_server_tunnel_test.cpp
   integration/control_server_wait_test.cpp
   support/control_schema.cpp
   support/control_server_process.cpp

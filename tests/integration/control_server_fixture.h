@@ -77,6 +77,12 @@ protected:
         return request;
     }
 
+    Json::Value GetTunnelRequest() const {
+        Json::Value request = KeepAliveRequest();
+        request["command"] = "get_tunnel";
+        return request;
+    }
+
     Json::Value WaitRequest(const std::string& results = "") const {
         Json::Value request;
         request["version"] = 1;

@@ -9,9 +9,11 @@ ardv_add_test(ardv_daemon_integration_tests
   integration/daemon_session_test.cpp
   integration/daemon_stop_test.cpp
   integration/daemon_start_test.cpp
+  integration/daemon_tunnel_test.cpp
   support/control_server_process.cpp
   support/daemon_process.cpp
   support/server_process.cpp
+  support/stand_in_tunnel.cpp
   support/started_program.cpp
   support/test_certificates.cpp)
 add_library(ardv_early_signal MODULE support/early_signal.c)

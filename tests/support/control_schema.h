@@ -8,8 +8,8 @@ namespace ardv::test {
 
 /**
  * What the schema of a message of the control protocol has against files; empty where they are as it says.
- * @param message "register-request", "register-answer", "keep-alive-request", "keep-alive-answer", "wait-request" or
- *                "wait-answer"
+ * @param message "register-request", "register-answer", "keep-alive-request", "keep-alive-answer", "wait-request",
+ *                "wait-answer", "get-tunnel-request" or "get-tunnel-answer"
  */
 std::string CheckMessageFiles(const std::string& message, const std::vector<std::string>& files);
 

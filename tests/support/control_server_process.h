@@ -23,6 +23,20 @@ public:
     /** Queues a command, a JSON object as text, for a device. Gives its identifier. */
     std::string Command(const std::string& serverId, const std::string& command) const;
 
+    /** Assigns a relay and orders the tunnel, as the test interface has it:
+     * R"({"relay":{"relay_ip":"198.51.100.7"},"candidates":[],"forward":[]})". Gives "relay", "candidates" and the
+     * command's "id". */
+    Json::Value OpenTunnel(const std::string& serverId, const std::string& order) const;
+
+    /** Takes the relay away and orders the tunnel's end. Gives the command's identifier. */
+    std::string CloseTunnel(const std::string& serverId) const;
+
+    /** The relays that are assigned, by serverID: "alias", "relay", "candidates", "forward". */
+    Json::Value Tunnels() const { return Ask("GET", "/sandbox/tunnel"); }
+
+    /** What the device told last of its tunnel, "status" and "relay_ip"; null where there is none. */
+    Json::Value Tunnel(const std::string& serverId) const { return Sessions()[serverId]["tunnel"]; }
+
     /** The sessions that stand, by serverID; "waiting" tells whether the device's wait is held. */
     Json::Value Sessions() const { return Ask("GET", "/sandbox/sessions"); }
 
@@ -51,8 +65,12 @@ public:
 
     std::string StateFile() const { return stateFile_; }
 
+    /** The file of the relay's users. */
+    std::string UsersFile() const { return usersFile_; }
+
 private:
     std::string stateFile_;
+    std::string usersFile_;
 };
 
 }  // namespace ardv::test

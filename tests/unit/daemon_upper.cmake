@@ -21,6 +21,7 @@ ardv_add_test(ardv_daemon_upper_tests
   support/control_script.cpp
   support/http_server.cpp
   support/shifted_clock.cpp
+  support/stand_in_tunnel.cpp
   $<TARGET_OBJECTS:ardv_daemon_objects>)
 target_include_directories(ardv_daemon_upper_tests PRIVATE
   ${PROJECT_SOURCE_DIR}/ardvrelayd $<TARGET_PROPERTY:ardvrelayd_objects,INCLUDE_DIRECTORIES>)

@@ -33,6 +33,7 @@ set(platform_sources
   unit/platform/key_value_text_test.cpp
   unit/platform/platform_headers.c
   unit/platform/platform_headers_test.cpp
+  unit/platform/program_test.cpp
   unit/platform/user_agent_test.cpp)
 # What generic Linux alone promises: its identity file and choice of an interface, the names of its sources, its version.
 if(ARDV_PLATFORM STREQUAL "linux")

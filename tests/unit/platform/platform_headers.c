@@ -8,6 +8,7 @@
 #include <ardv/key_value_file.h>
 #include <ardv/network.h>
 #include <ardv/port_mapping.h>
+#include <ardv/program.h>
 #include <ardv/system_service.h>
 #include <ardv/user_agent.h>
 #include <ardv/web_service.h>
@@ -57,5 +58,6 @@ int CountWorkingCallsFromC(const char* file) {
     working += ARDVHsinfoCloudServiceGetMacAddress(text, 0) < 0 && ALIBCErrorGetLine() > 0;
     working += ARDVCloudServiceHstokenGetToken(text, 0, text, 0) < 0 && ALIBCErrorGetFile()[0] != '\0';
     working += ARDVCloudServiceHstokenGenerateToken("", text, ARDV_TOKEN_SIZE) < 0;
+    working += ALIBCExecl("/bin/true", ARDV_EXEC_HELPER, NULL, NULL) == 0;
     return working + CountWorkingNetworkCalls() + CountWorkingServiceCalls();
 }

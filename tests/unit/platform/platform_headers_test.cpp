@@ -10,7 +10,7 @@ namespace ARDV::Platform::Test {
 TEST(PlatformHeaders, ServeACallerWrittenInC) {
     const ScratchFolder folder;
     WriteText("/etc/ardv/services.d/only.json", R"([{"service": "dms", "ports": ["5000"]}])");
-    EXPECT_EQ(CountWorkingCallsFromC(folder.File("settings.conf").c_str()), 21);
+    EXPECT_EQ(CountWorkingCallsFromC(folder.File("settings.conf").c_str()), 22);
 }
 
 }  // namespace ARDV::Platform::Test
