@@ -63,8 +63,8 @@ arrange() { # PROGRAM ACTION
     done
 }
 
-# Opening the device loads its module where the kernel can do that by itself.
-can_open_device() { (: <>/dev/net/tun) 2>/dev/null; }
+# Opening the device loads its module where the kernel can do that by itself. Opening what isn't there would make a file of it.
+can_open_device() { [ -c /dev/net/tun ] && (: <>/dev/net/tun) 2>/dev/null; }
 
 provide_device() { can_open_device || { modprobe tun && can_open_device; }; }
 

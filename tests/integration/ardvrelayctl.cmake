@@ -12,6 +12,7 @@ ardv_add_test(ardv_ctl_tests
   integration/ardvrelayctl_rights_test.cpp
   integration/ardvrelayctl_service_test.cpp
   integration/ardvrelayctl_status_test.cpp
+  integration/ardvrelayctl_tunnel_rules_test.cpp
   integration/ardvrelayctl_tunnel_test.cpp
   integration/ardvrelayctl_wait_test.cpp
   integration/ardvrelayctl_walk_test.cpp

@@ -2,8 +2,10 @@
 # ardv_tunnel_integration_tests: the relay tunnel with a real OpenVPN, a real packet filter and a real web server, in network namespaces.
 ardv_add_test(ardv_tunnel_integration_tests
   integration/tunnel_daemon_test.cpp
+  integration/tunnel_end_test.cpp
   integration/tunnel_library_test.cpp
   integration/tunnel_prober_test.cpp
+  integration/tunnel_rules_test.cpp
   support/control_server_process.cpp
   support/daemon_process.cpp
   support/network_namespace.cpp

@@ -54,11 +54,14 @@ protected:
         control = std::make_unique<ControlServerProcess>(settings);
         WriteText("/etc/ardv/services.d/device.json",
                   R"([{"service":"dms","display_name":"Administration","ports":["5000"]},)"
+                  R"({"service":"http","display_name":"Web","ports":["80"]},)"
                   R"({"service":"filara","display_name":"Filara","ports":["5009"]}])");
         WriteText("/var/packages/Filara/enabled", "");
         OfferPageAt(kPage);
         PermitPhotos(false);
-        Configure();
+        Configure({"hos", "filara"});
+        // An address that becomes usable later is a change of the network.
+        ASSERT_TRUE(Await([] { return RunIn("device", {"ip", "-6", "address", "show", "tentative"}).empty(); }));
     }
 
     // No daemon may tell the password, whatever happened to it.
@@ -89,17 +92,19 @@ protected:
                                     (isPermitted ? "true" : "false") + "}]");
     }
 
-    void Configure() const {
+    void Configure(const std::vector<std::string>& offered, bool isEnabled = true) const {
         Json::Value configuration;
-        configuration["tethra"]["enabled"] = true;
+        configuration["tethra"]["enabled"] = isEnabled;
         configuration["log_level"] = 7;
         for (const auto* server : {"server_global", "server_control", "server_waitcmd"}) {
             configuration[server]["protocol"] = "https";
             configuration[server]["host"] = kCloud;
             configuration[server]["port"] = control->HttpsPort();
         }
-        configuration["service"][0]["id"] = "hos";
-        configuration["service"][1]["id"] = "filara";
+        for (const auto& id : offered) {
+            configuration["service"].append(Json::objectValue)["id"] = id;
+        }
+        configuration["serverID"] = JsonFrom(ReadText(kDaemonConfig))["serverID"];
         WriteText(kDaemonConfig, Json::FastWriter().write(configuration));
     }
 

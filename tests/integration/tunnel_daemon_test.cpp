@@ -51,6 +51,9 @@ TEST_P(TunnelByProtocol, CarriesThePageToAClientUntilItIsClosed) {
     EXPECT_EQ(status["local_ip"], protocol.DeviceInner4());
     EXPECT_EQ(status["local_ip6"], protocol.DeviceInner6());
     EXPECT_EQ(DaemonStatus(), "connected success");
+    for (const pid_t process : ProcessesIn("device")) {
+        EXPECT_THAT(ArgumentsOf(process), testing::Each(testing::Not(testing::HasSubstr(kPassword))));
+    }
     EXPECT_TRUE(ClientGetsThePage());
     EXPECT_EQ(Fetch("client", kRelay4, kPublic, "1m", 10), DeviceServices::Large());
     EXPECT_EQ(Fetch("client", kRelay6, kPublic, "1m", 10), DeviceServices::Large());
@@ -142,8 +145,12 @@ TEST_F(TunnelOfDaemon, IsNoReasonToRegisterAnew) {
         EXPECT_EQ(AwaitResult(Close()), kSuccess);
     }
     EXPECT_TRUE(Holds([&] { return Count("register") == 1; }, milliseconds(2600)));
+    EXPECT_EQ(AwaitResult(Order({Candidate(kUdp)})), kSuccess);
     RunIn("device", {"ip", "address", "add", "10.0.0.77/24", "dev", "eth0"});
     EXPECT_TRUE(Await([&] { return Count("register") == 2; })) << "a change of another interface is one";
+    for (const auto& request : control->Requests()) {
+        EXPECT_EQ(request["body"].asString().find("tun1000"), std::string::npos) << request["body"];
+    }
 }
 
 TEST_F(TunnelOfDaemon, IsDescribedByTheStatusFileAndTheToolAsItIs) {

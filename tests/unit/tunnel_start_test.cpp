@@ -217,11 +217,13 @@ TEST_F(TunnelStart, OpenVpnEndsWithTheDaemon) {
 
 TEST_F(TunnelStart, NoOpenVpnForADaemonThatHasEndedMeanwhile) {
     std::array<int, 2> ends = {-1, -1};
-    ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     const Handle reader(ends[0]);
+    programs.EndWith("openvpn", 0);
     ChildFaults faults;
     const pid_t daemon = fork();
     if (daemon == 0) {
+        dup2(ends[1], STDOUT_FILENO);  // which OpenVPN would inherit
         const pid_t self = getpid();
         faults.onForked = [self](pid_t pid) {
             if (pid > 0) {
