@@ -50,7 +50,7 @@ enum TUNNEL_STATUS : std::int32_t {
  * The process's alarm(2) and SIGALRM are the tunnel's from a `Create` or `RunVPNTunnel` that started a child until
  * `UpdateTunnelStatus`.
  *
- * The child ends, by SIGTERM, with the thread that started it, so that no door stays open when a daemon is killed: a
+ * The child ends, by SIGKILL, with the thread that started it, so that no door stays open when a daemon is killed: a
  * thread that starts a tunnel must live as long as the tunnel is to. Signals have their default effect in the child,
  * none is blocked, and of this process's descriptors it has 0 to 2.
  *

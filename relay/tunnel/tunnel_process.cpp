@@ -86,7 +86,7 @@ void CloseAllOnExec(int limit) {
 [[noreturn]] void RunChild(const ChildPlan& plan) {
     SetDefaultSignals();
     CloseAllOnExec(plan.descriptorLimit);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // OpenVPN forgets what else comes in its first milliseconds, and would live on
     if (getppid() == plan.parent) {  // else it has died before the call above
         execv(plan.program, plan.arguments);
         const int error = errno;

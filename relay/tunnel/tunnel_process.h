@@ -16,7 +16,7 @@ struct ChildStart {
 };
 
 /**
- * Starts a program as a child that ends, by SIGTERM, with the calling thread. It has this process's environment and its
+ * Starts a program as a child that ends, by SIGKILL, with the calling thread. It has this process's environment and its
  * descriptors 0 to 2; its signals have their default effect, and none is blocked. Returns once the program runs, or
  * cannot.
  *

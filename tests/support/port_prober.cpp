@@ -223,7 +223,9 @@ public:
             return;
         }
         line_->Receive(time, [&](const ProbeAnswer& answer) {
-            answers.insert(Describe(path_, answer));
+            if (answer.probe != Probe::kEcho) {  // asked for by another prober
+                answers.insert(Describe(path_, answer));
+            }
             return false;
         });
     }

@@ -29,7 +29,7 @@ struct Protocol {
     std::string RelayInner4() const { return "10.8." + std::to_string(network) + ".1"; }
     std::string RelayInner6() const { return InnerNetwork6() + "::1"; }
     std::string DeviceInner4() const { return "10.8." + std::to_string(network) + ".2"; }
-    std::string DeviceInner6() const { return InnerNetwork6() + "::1000"; }
+    std::string DeviceInner6() const { return InnerNetwork6() + "::2"; }
 
     /** From the relay through the tunnel to the device. */
     ProbeRoute Route() const { return {"relay", {{RelayInner4(), DeviceInner4()}, {RelayInner6(), DeviceInner6()}}}; }

@@ -11,6 +11,7 @@
 #include <charconv>
 #include <csignal>
 #include <filesystem>
+#include <ios>
 #include <stdexcept>
 #include <string_view>
 
@@ -33,8 +34,17 @@ std::string FolderOf(pid_t process) {
     return "/proc/" + std::to_string(process);
 }
 
+/** The text of a process's file; empty when the process has gone, be it while the file is read. */
+std::string TextOf(pid_t process, const std::string& file) {
+    try {
+        return ReadText(FolderOf(process) + "/" + file);
+    } catch (const std::ios_base::failure&) {
+        return "";
+    }
+}
+
 bool IsZombie(pid_t process) {
-    const std::string status = ReadText(FolderOf(process) + "/stat");
+    const std::string status = TextOf(process, "stat");
     const auto name = status.rfind(')');
     return name == std::string::npos || status.compare(name, 3, ") Z") == 0;
 }
@@ -100,7 +110,7 @@ std::vector<pid_t> OpenVpnClients() {
 }
 
 std::vector<std::string> ArgumentsOf(pid_t process) {
-    const std::string text = ReadText(FolderOf(process) + "/cmdline");
+    const std::string text = TextOf(process, "cmdline");
     std::vector<std::string> arguments;
     for (std::size_t at = 0; at < text.size(); at += arguments.back().size() + 1) {
         arguments.emplace_back(text.c_str() + at);
@@ -110,7 +120,7 @@ std::vector<std::string> ArgumentsOf(pid_t process) {
 
 pid_t ParentOf(pid_t process) {
     constexpr std::string_view kField = "\nPPid:\t";
-    const std::string status = ReadText(FolderOf(process) + "/status");
+    const std::string status = TextOf(process, "status");
     const auto place = status.find(kField);
     return place == std::string::npos ? -1 : std::stoi(status.substr(place + kField.size()));
 }

@@ -139,7 +139,7 @@ TEST_F(TunnelStart, OpenVpnInheritsThreeDescriptorsAndNoSignals) {
     pthread_sigmask(SIG_SETMASK, &original, nullptr);
     EXPECT_THAT(programs.AwaitOpenVpn(),
                 ElementsAre("descriptors 0 1 2", "parent " + std::to_string(getpid()), "SigBlk:\t0000000000000000",
-                            "SigIgn:\t0000000000000000", "with its parent 15", "environment of the daemon"));
+                            "SigIgn:\t0000000000000000", "with its parent 9", "environment of the daemon"));
 }
 
 TEST_F(TunnelStart, InheritsNoMoreWhereTheKernelIsOld) {
@@ -217,11 +217,13 @@ TEST_F(TunnelStart, OpenVpnEndsWithTheDaemon) {
 
 TEST_F(TunnelStart, NoOpenVpnForADaemonThatHasEndedMeanwhile) {
     std::array<int, 2> ends = {-1, -1};
-    ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     const Handle reader(ends[0]);
+    programs.EndWith("openvpn", 0);
     ChildFaults faults;
     const pid_t daemon = fork();
     if (daemon == 0) {
+        dup2(ends[1], STDOUT_FILENO);  // which OpenVPN would inherit
         const pid_t self = getpid();
         faults.onForked = [self](pid_t pid) {
             if (pid > 0) {
