@@ -100,6 +100,7 @@ void TunnelKeeper::EndNow() {
         return;
     }
     EndChildAndWait(std::exchange(child_, -1));
+    tunnel_->IsAlive();  // it forgets the number now, before that can be another process's
     if (tunnel_->GetStatus() == TUNNEL_STATUS_CREATING) {
         tunnel_->UpdateTunnelStatus();  // takes the alarm back
     }
@@ -108,6 +109,7 @@ void TunnelKeeper::EndNow() {
 }
 
 void TunnelKeeper::Begin() {
+    retry_.Stop();
     tunnel_ = std::make_unique<Tunnel>(order_->relay);
     if (tunnel_->IsValid()) {
         StartRound();
