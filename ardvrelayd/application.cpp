@@ -97,6 +97,7 @@ void Application::Reload() {
     }
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
+        tunnel_.OnReload();  // the permissions stand in a file of their own: what is forbidden closes in any case
         manager_.Ready();
         return;
     }
@@ -161,7 +162,7 @@ void Application::OnClockChange(const ClockChange& change) {
 }
 
 void Application::OnSessionChange() {
-    if (!session_.IsStanding()) {
+    if (!session_.HasSession()) {
         tunnelAskers_.clear();  // commands of a session that is over
     }
     if (session_.State() == RELAYD_STATE_NONE) {
