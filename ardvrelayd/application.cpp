@@ -156,6 +156,7 @@ void Application::OnClockChange(const ClockChange& change) {
     }
     session_.TryNow();
     alias_.OnClockSet();
+    tunnel_.TryNow();  // by a wrong clock no relay's certificate is valid
     if (change.slept >= kLongSleep) {
         session_.WaitAnew();
     }
