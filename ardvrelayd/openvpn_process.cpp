@@ -92,6 +92,11 @@ bool IsTunnel(pid_t process) {
     return !words.empty() && words.front() == kProgram && std::all_of(std::begin(kOptions), std::end(kOptions), has);
 }
 
+void Reap(pid_t child) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
 }  // namespace
 
 bool ReapIfEnded(pid_t child) {
@@ -107,7 +112,13 @@ void EndChildAndWait(pid_t child) {
     } else {
         kill(child, SIGKILL);  // not reaped yet, so the number is still its own
     }
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    Reap(child);
+}
+
+void KillChildAndWait(pid_t child) {
+    if (child > 0 && !ReapIfEnded(child)) {
+        kill(child, SIGKILL);
+        Reap(child);
     }
 }
 

@@ -14,6 +14,9 @@ bool ReapIfEnded(pid_t child);
  */
 void EndChildAndWait(pid_t child);
 
+/** Kills a child and waits for its end. */
+void KillChildAndWait(pid_t child);
+
 /**
  * Ends an OpenVPN that a daemon which was killed has left behind, as `EndChildAndWait` does.
  *

@@ -21,6 +21,7 @@ namespace {
 constexpr seconds kSetUpLimit{29};  // of the tunnel's alarm, which counts whole seconds
 constexpr seconds kEndLimit{2};     // then OpenVPN is killed
 constexpr seconds kAnswerLimit{30};
+constexpr const char kUnprepared[] = "the machine could not be prepared for a tunnel";
 constexpr seconds kLasting{60};  // a tunnel that was up for so long was a success
 
 }  // namespace
@@ -104,6 +105,7 @@ void TunnelKeeper::EndNow() {
     if (tunnel_->GetStatus() == TUNNEL_STATUS_CREATING) {
         tunnel_->UpdateTunnelStatus();  // takes the alarm back
     }
+    tunnel_->CheckStatusChanged();  // one that stayed READY would not be made anew
     tunnel_->Destroy();
     open_.clear();
 }
@@ -139,7 +141,19 @@ void TunnelKeeper::Try() {
         return;
     }
     child_ = tunnel_->GetPid();
+    if (!tunnel_->IsPrepared()) {
+        FailUnguarded();
+        return;
+    }
     Tell();
+}
+
+// The machine's guard of the interface may not stand. Killed in its first millisecond, OpenVPN has no interface yet.
+void TunnelKeeper::FailUnguarded() {
+    KillChildAndWait(std::exchange(child_, -1));
+    tunnel_->UpdateTunnelStatus();
+    Note(kUnprepared);
+    FailRound();
 }
 
 void TunnelKeeper::FailTry(const char* why) {
@@ -274,6 +288,11 @@ void TunnelKeeper::OnReload() {
         return;
     }
     tunnel_->InsertKernelModule();
+    if (!tunnel_->IsPrepared()) {
+        Note(kUnprepared);
+        Leave(&TunnelKeeper::FailRound);
+        return;
+    }
     tunnel_->RemoveIptableRules();
     tunnel_->InsertIptableDefaultRule();
     Admit();

@@ -111,6 +111,7 @@ private:
     void StartRound();
     void Try();
     void FailTry(const char* why);
+    void FailUnguarded();
     void FailRound();
     void Lose();
     void Rest(std::chrono::milliseconds delay);

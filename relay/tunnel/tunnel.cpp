@@ -163,7 +163,8 @@ std::string Tunnel::GetVpnTunnelPeerIp() {
 
 void Tunnel::InsertKernelModule() {
     RELAY_LOG(LOG_DEBUG, "[iptablestool] insert kernel module");
-    if (ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) == -1) {
+    isPrepared_ = ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) != -1;
+    if (!isPrepared_) {
         RELAY_LOG(LOG_DEBUG, "[iptablestool] insert the kernel module failed");
     }
 }

@@ -208,6 +208,12 @@ public:
     void RemoveKernelModule();
 
     /**
+     * Whether the last `InsertKernelModule` worked; false before the first. The script also sets up what guards the interface, so whoever goes on without it should have a
+     * guard of their own: `Create` goes on.
+     */
+    bool IsPrepared() const { return isPrepared_; }
+
+    /**
      * Rules of the chain, each for IPv4 by "/sbin/iptables" and then for IPv6 by "/sbin/ip6tables". Messages of level
      * 7 before, and after each command that failed; the next one runs all the same.
      *
@@ -243,6 +249,7 @@ private:
     TUNNEL_STATUS status_ = TUNNEL_STATUS_NONE;
     std::int32_t candidateIndex_ = 0;
     std::string writtenPassFile_;
+    bool isPrepared_ = false;
 };
 
 }  // namespace ARDV::Relay

@@ -87,7 +87,7 @@ void CloseAllOnExec(int limit) {
     SetDefaultSignals();
     CloseAllOnExec(plan.descriptorLimit);
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // OpenVPN forgets what else comes in its first milliseconds, and would live on
-    if (getppid() == plan.parent) {  // else it has died before the call above
+    if (getppid() == plan.parent) {    // else it has died before the call above
         execv(plan.program, plan.arguments);
         const int error = errno;
         [[maybe_unused]] const ssize_t told = write(plan.errorPipe, &error, sizeof error);

@@ -32,6 +32,16 @@ protected:
     }
 };
 
+/** A device of which the machine's programs and modules are put in other places. */
+class ArdvrelayctlDoctorMachine : public ArdvrelayctlDoctorTunnel {
+protected:
+    void SetUp() override {
+        if (access("/usr/sbin", W_OK) != 0) {
+            GTEST_SKIP() << "this machine lets nobody but root replace its programs in a private root";
+        }
+    }
+};
+
 /** Has a file say something else to this process and its children. */
 class CoveredFile {
 public:
@@ -54,7 +64,7 @@ std::string ModuleFolder() {
     return std::string("/lib/modules/") + kernel.release;
 }
 
-TEST_F(ArdvrelayctlDoctorTunnel, LooksForOpenVpnWhereItIsStarted) {
+TEST_F(ArdvrelayctlDoctorMachine, LooksForOpenVpnWhereItIsStarted) {
     fs::remove("/usr/sbin/openvpn");
     WriteProgram("/usr/local/sbin/openvpn");
     Expect("openvpn", "warning", "not installed", "install");
@@ -64,7 +74,7 @@ TEST_F(ArdvrelayctlDoctorTunnel, LooksForOpenVpnWhereItIsStarted) {
     Expect("openvpn", "warning", "/usr/sbin/openvpn", "install");
 }
 
-TEST_F(ArdvrelayctlDoctorTunnel, LooksForEveryProgramOfThePacketFilter) {
+TEST_F(ArdvrelayctlDoctorMachine, LooksForEveryProgramOfThePacketFilter) {
     const std::vector<std::string> programs = {"/sbin/iptables", "/sbin/iptables-restore", "/sbin/ip6tables",
                                                "/sbin/ip6tables-restore"};
     for (const auto& program : programs) {
@@ -89,7 +99,7 @@ TEST_F(ArdvrelayctlDoctorTunnel, LooksForTheTunnelDevice) {
     Expect("tunnel device", "warning", "there is no /dev/net/tun", "mknod");
 }
 
-TEST_F(ArdvrelayctlDoctorTunnel, LooksForTheModuleOfTheTunnelDevice) {
+TEST_F(ArdvrelayctlDoctorMachine, LooksForTheModuleOfTheTunnelDevice) {
     const CoveredFile drivers("/proc/misc", "229 fuse\n");
     fs::remove_all(ModuleFolder());
     Expect("tunnel device", "warning", "no driver", "CONFIG_TUN");

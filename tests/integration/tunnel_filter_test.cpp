@@ -100,6 +100,9 @@ protected:
 
 private:
     static std::string WhyNot() {
+        if (access("/sbin/", W_OK) != 0) {
+            return "this machine lets nobody but root replace its programs in a private root";
+        }
         for (const char* family : kFamilies) {
             for (const char* suffix : {"", "-restore"}) {
                 const std::string program = std::string(family) + "-" + GetParam() + suffix;

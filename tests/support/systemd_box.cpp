@@ -129,7 +129,7 @@ void MountNew(const char* type, const char* target, unsigned long flags, const c
     Must(::mount(type, target, type, flags, options) == 0, std::string("mount ") + target);
 }
 
-/** A /dev of its own: what belongs to the machine's hardware isn't there. */
+/** A /dev of its own: what belongs to the machine's hardware isn't there. The device of tunnels is, if there is one. */
 void MakeDevices() {
     const fs::path stage = fs::path(kStage) / "dev";
     fs::create_directories(stage);
@@ -137,6 +137,10 @@ void MakeDevices() {
     for (const char* name : {"null", "zero", "full", "random", "urandom", "tty"}) {
         WriteText(stage / name, "");
         Must(::mount((fs::path("/dev") / name).c_str(), (stage / name).c_str(), nullptr, MS_BIND, nullptr) == 0, name);
+    }
+    if (fs::exists("/dev/net")) {
+        fs::create_directories(stage / "net");
+        Must(::mount("/dev/net", (stage / "net").c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "net");
     }
     fs::create_directories(stage / "pts");
     fs::create_directories(stage / "shm");

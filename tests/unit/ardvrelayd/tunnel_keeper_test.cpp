@@ -427,6 +427,31 @@ TEST_F(TunnelKeeperTest, MakesTheRulesAnewAtAReload) {
     EXPECT_EQ(keeper_->Published()["open"], Json::Value(Json::arrayValue));
 }
 
+TEST_F(TunnelKeeperTest, OpensNoTunnelWithoutTheMachinesGuard) {
+    InstallScript("/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh", "#!/bin/sh\nexit 1\n");
+    keeper_->Open(Order({kComesUp}), "a");
+    EXPECT_THAT(results_, ElementsAre("a err_network"));
+    EXPECT_EQ(keeper_->Published()["status"], "FAILED");
+    EXPECT_EQ(Error(keeper_->Published()), "the machine could not be prepared for a tunnel");
+    EXPECT_FALSE(keeper_->Published().isMember("pid"));
+    EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-1"));
+    InstallTunnelStandIns();
+    EXPECT_TRUE(RunUntilUp());
+}
+
+TEST_F(TunnelKeeperTest, ClosesATunnelWhoseGuardCannotBePutBack) {
+    keeper_->Open(Order({kComesUp}), "a");
+    ASSERT_TRUE(RunUntilUp());
+    const auto child = keeper_->Published()["pid"].asInt();
+    InstallScript("/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh", "#!/bin/sh\nexit 1\n");
+    keeper_->OnReload();
+    EXPECT_FALSE(keeper_->IsUp());
+    ASSERT_TRUE(RunUntil([child] { return kill(child, 0) != 0; }));
+    EXPECT_EQ(Error(keeper_->Published()), "the machine could not be prepared for a tunnel");
+    InstallTunnelStandIns();
+    EXPECT_TRUE(RunUntilUp()) << "it is tried again";
+}
+
 TEST_F(TunnelKeeperTest, TouchesNoRuleAtAReloadWithoutATunnel) {
     keeper_->OnReload();
     keeper_->Open(Order({kHangs}), "a");
