@@ -101,7 +101,6 @@ void TunnelKeeper::EndNow() {
         return;
     }
     EndChildAndWait(std::exchange(child_, -1));
-    tunnel_->IsAlive();  // it forgets the number now, before that can be another process's
     if (tunnel_->GetStatus() == TUNNEL_STATUS_CREATING) {
         tunnel_->UpdateTunnelStatus();  // takes the alarm back
     }
