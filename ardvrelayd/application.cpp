@@ -97,6 +97,7 @@ void Application::Reload() {
     }
     if (!device_.Reload()) {
         errors_.Add("reload", GetErrorStr(RELAYD_RET_ERR_CONFIG));
+        tunnel_.OnReload();  // the permissions stand in a file of their own: what is forbidden closes in any case
         manager_.Ready();
         return;
     }
@@ -155,13 +156,14 @@ void Application::OnClockChange(const ClockChange& change) {
     }
     session_.TryNow();
     alias_.OnClockSet();
+    tunnel_.TryNow();  // by a wrong clock no relay's certificate is valid
     if (change.slept >= kLongSleep) {
         session_.WaitAnew();
     }
 }
 
 void Application::OnSessionChange() {
-    if (!session_.IsStanding()) {
+    if (!session_.HasSession()) {
         tunnelAskers_.clear();  // commands of a session that is over
     }
     if (session_.State() == RELAYD_STATE_NONE) {

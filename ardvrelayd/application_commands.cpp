@@ -61,9 +61,7 @@ void Application::OnTunnelOrder(const Answer& answer) {
             session_.Finish(id, *result);
         }
     }
-    if (askers.empty()) {
-        tunnel_.Renew(order);
-    }
+    tunnel_.Renew(order);  // it may have asked as well: there is one question at a time, and the last one's answer is for all
 }
 
 void Application::OnChildEnded() {

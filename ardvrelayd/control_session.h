@@ -90,6 +90,9 @@ public:
     bool IsHoldingOff() const { return isHoldingOff_; }
     bool IsStanding() const { return phase_ == Phase::kStanding; }
 
+    /** Whether there is a session, be it one whose server does not answer at the moment. */
+    bool HasSession() const { return phase_ == Phase::kStanding || phase_ == Phase::kDoubtful; }
+
     /** Whether something is under way or due that leads on. */
     bool IsHealthy(std::string& why) const;
 

@@ -110,6 +110,7 @@ void TunnelKeeper::EndNow() {
 }
 
 void TunnelKeeper::Begin() {
+    retry_.Stop();
     tunnel_ = std::make_unique<Tunnel>(order_->relay);
     if (tunnel_->IsValid()) {
         StartRound();

@@ -244,6 +244,32 @@ TEST_F(DaemonTunnel, TakesTheOrderAnewBeforeItTriesAgain) {
     EXPECT_GE(Asked("get_tunnel"), 1U);
 }
 
+TEST_F(DaemonTunnel, GoesOnAtOnceWhereACommandAsksWhatItIsAskingItself) {
+    LogIn();
+    Assign(Order({kEndsAtOnce}), true);
+    ASSERT_THAT(AwaitResults(1), HasSubstr("=6"));
+    server.SetFault(R"({"kind":"slow","delay_ms":400,"command":"get_tunnel","count":0})");
+    const auto asked = Asked("get_tunnel");
+    ASSERT_TRUE(Await([&] { return Asked("get_tunnel") > asked; }));
+    Command("b", "open_tunnel");
+    EXPECT_THAT(AwaitResults(2), HasSubstr("b=6"));
+}
+
+TEST_F(DaemonTunnel, IsOpenedThoughTheSessionWasInDoubtMeanwhile) {
+    LogIn();
+    Assign(Order({kComesUp}), false);
+    ASSERT_EQ(AwaitStatus(kUp), kUp) << daemon->Log();
+    server.SetFault(R"({"kind":"slow","delay_ms":1000,"command":"get_tunnel"})");
+    const auto asked = Asked("get_tunnel");
+    Command("a", "open_tunnel");
+    ASSERT_TRUE(Await([&] { return Asked("get_tunnel") > asked; }));
+    server.SetFault(R"({"kind":"reset","command":"keep_alive","count":5})");
+    server.BreakWaits(R"({"kind":"reset"})");
+    EXPECT_EQ(AwaitStatus("starting err_network"), "starting err_network");
+    EXPECT_THAT(AwaitResults(2), HasSubstr("a=0")) << daemon->Log();
+    EXPECT_EQ(Asked("register"), 1U) << "another session";
+}
+
 TEST_F(DaemonTunnel, IsGivenUpWhereTheServiceOrdersNoneAnyMore) {
     LogIn();
     Command("a", "open_tunnel", Order({kEndsAtOnce}));
@@ -314,6 +340,27 @@ TEST_F(DaemonTunnel, FollowsThePermissionsAtAReload) {
     EXPECT_THAT(calls, testing::Contains("iptables -F TETHRA_RELAY"));
     EXPECT_THAT(calls, testing::Each(Not(HasSubstr("--dport"))));
     EXPECT_EQ(DaemonStatus(), kUp);
+}
+
+TEST_F(DaemonTunnel, FollowsThePermissionsAlsoWhereTheConfigurationIsDamaged) {
+    BringUp();
+    WriteText("/usr/ardv/etc/ardvrelayd/services.conf", R"([{"id":"mobile_apps","enabled":false}])");
+    WriteText(kDaemonConfig, "no JSON");
+    daemon->Signal(SIGHUP);
+    EXPECT_TRUE(Await([] { return Tunnel()["open"].empty(); }));
+    EXPECT_EQ(DaemonStatus(), kUp);
+}
+
+TEST_F(DaemonTunnel, IsTriedAtOnceWhenTheClockWasSet) {
+    setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);  // where the daemon has a sanitizer
+    setenv("LD_PRELOAD", ARDV_JUMPING_CLOCK, 1);
+    Start({"--retry-base", "60", "--retry-cap", "600"});
+    unsetenv("LD_PRELOAD");
+    ASSERT_EQ(AwaitStatus(kLoggedIn), kLoggedIn) << daemon->Log();
+    Assign(Order({kEndsAtOnce}), false);
+    ASSERT_THAT(AwaitResults(1), HasSubstr("=6"));
+    daemon->Signal(SIGRTMIN + 5);
+    EXPECT_TRUE(Await([] { return TunnelTries().size() == 2; })) << daemon->Log();
 }
 
 TEST_F(DaemonTunnel, ComesBackWhenTheConnectionIsLost) {

@@ -325,6 +325,18 @@ TEST_F(TunnelKeeperTest, TriesWithTheOldOrderWhereNoneIsTold) {
     }
 }
 
+TEST_F(TunnelKeeperTest, StartsNothingWhereTheOrderIsOfNoUseByThen) {
+    canRefresh_ = true;
+    keeper_->Open(Order({kEndsAtOnce}), "a");
+    ASSERT_TRUE(RunUntil([this] { return refreshes_ == 1; }));
+    keeper_->Renew(Order({kComesUp}, ""));
+    EXPECT_EQ(keeper_->Published()["status"], "INVALID_CONF");
+    LetPass(31s);  // beyond the time for an answer
+    ASSERT_TRUE(RunUntil([looks = 0]() mutable { return ++looks == 20; }));
+    EXPECT_EQ(keeper_->Published()["status"], "INVALID_CONF");
+    EXPECT_THAT(TunnelTries(), testing::SizeIs(1));
+}
+
 TEST_F(TunnelKeeperTest, IsNotRenewedUnlessItAsked) {
     keeper_->Renew(Order({kComesUp}));
     EXPECT_TRUE(keeper_->Published().isNull());
