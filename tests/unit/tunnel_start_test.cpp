@@ -139,7 +139,7 @@ TEST_F(TunnelStart, OpenVpnInheritsThreeDescriptorsAndNoSignals) {
     pthread_sigmask(SIG_SETMASK, &original, nullptr);
     EXPECT_THAT(programs.AwaitOpenVpn(),
                 ElementsAre("descriptors 0 1 2", "parent " + std::to_string(getpid()), "SigBlk:\t0000000000000000",
-                            "SigIgn:\t0000000000000000", "with its parent 15", "environment of the daemon"));
+                            "SigIgn:\t0000000000000000", "with its parent 9", "environment of the daemon"));
 }
 
 TEST_F(TunnelStart, InheritsNoMoreWhereTheKernelIsOld) {
