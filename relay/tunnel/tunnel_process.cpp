@@ -73,6 +73,16 @@ void SetDefaultSignals() {
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
+/** Where the parent has closed one of its three, OpenVPN would take its next socket or file for that stream. */
+void ProvideStandardStreams() {
+    for (int stream = STDIN_FILENO; stream < kFirstClosed; ++stream) {
+        const int flags = fcntl(stream, F_GETFD);
+        if (flags < 0 || (flags & FD_CLOEXEC) != 0) {
+            dup2(open("/dev/null", O_RDWR), stream);
+        }
+    }
+}
+
 /** By exec, and not at once, so that the error's pipe lives until then. A kernel before 5.11 has no call for it. */
 void CloseAllOnExec(int limit) {
     if (close_range(kFirstClosed, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
@@ -85,6 +95,7 @@ void CloseAllOnExec(int limit) {
 
 [[noreturn]] void RunChild(const ChildPlan& plan) {
     SetDefaultSignals();
+    ProvideStandardStreams();
     CloseAllOnExec(plan.descriptorLimit);
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // OpenVPN forgets what else comes in its first milliseconds, and would live on
     if (getppid() == plan.parent) {    // else it has died before the call above
@@ -126,7 +137,11 @@ ChildStart StartChild(const char* program, const std::vector<std::string>& comma
     const Utils::Descriptor reader(ends[0]);
     ChildStart start;
     {
-        const Utils::Descriptor writer(ends[1]);
+        const Utils::Descriptor second(ends[1]);
+        const Utils::Descriptor writer(fcntl(second.Get(), F_DUPFD_CLOEXEC, kFirstClosed));  // no standard stream
+        if (!writer.IsOpen()) {
+            return {.forkError = errno};
+        }
         start = Fork({program, arguments.data(), writer.Get(), getpid(), DescriptorLimit()});
     }
     if (start.pid > 0) {

@@ -132,22 +132,32 @@ protected:
         return candidate;
     }
 
-    /** Has the service order a tunnel with these candidates. Gives the command's identifier. */
-    std::string Order(const std::vector<Json::Value>& candidates, const std::string& password = kPassword) const {
-        Json::Value command;
-        command["command"] = "open_tunnel";
-        command["relay"]["relay_ip"] = kRelay4;
-        command["relay"]["relay_ipv6"] = kRelay6;
-        command["relay"]["relay_user"] = "box";
-        command["relay"]["relay_pass"] = password;
-        command["candidates"] = Json::Value(Json::arrayValue);
+    /** What the service assigns; as its test interface takes it. */
+    static Json::Value Assignment(const std::vector<Json::Value>& candidates, const std::string& password = kPassword) {
+        Json::Value order;
+        order["relay"]["relay_ip"] = kRelay4;
+        order["relay"]["relay_ipv6"] = kRelay6;
+        order["relay"]["relay_user"] = "box";
+        order["relay"]["relay_pass"] = password;
+        order["candidates"] = Json::Value(Json::arrayValue);
         for (const auto& candidate : candidates) {
-            command["candidates"].append(candidate);
+            order["candidates"].append(candidate);
         }
-        return control->Command(ServerId(), Json::FastWriter().write(command));
+        order["forward"][0]["public"] = kPublic;
+        order["forward"][0]["device"] = kPage;
+        return order;
     }
 
-    std::string Close() const { return control->Command(ServerId(), R"({"command":"close_tunnel"})"); }
+    /** Has the service assign this, and order the tunnel. Gives the command's identifier. */
+    std::string OrderAs(const Json::Value& assignment) const {
+        return control->OpenTunnel(ServerId(), assignment.toStyledString())["id"].asString();
+    }
+
+    std::string Order(const std::vector<Json::Value>& candidates, const std::string& password = kPassword) const {
+        return OrderAs(Assignment(candidates, password));
+    }
+
+    std::string Close() const { return control->CloseTunnel(ServerId()); }
 
     /** The result of a command; -1 when none came in time. */
     int AwaitResult(const std::string& id, std::chrono::milliseconds limit = kPatience) const {

@@ -121,20 +121,52 @@ TEST_F(TunnelOfDaemon, ComesBackAfterTheRelayHasDied) {
     EXPECT_TRUE(AwaitPage());
 }
 
-TEST_F(TunnelOfDaemon, TellsTheServiceOfEachChange) {
-    BringUp();
-    const auto statuses = [&] {
-        std::vector<std::string> words;
-        for (const auto& request : control->Requests()) {
-            const auto word = JsonFrom(request["body"].asString())["tunnel"]["status"].asString();
-            if (!word.empty() && (words.empty() || words.back() != word)) {
-                words.push_back(word);
-            }
-        }
-        return words;
-    };
-    EXPECT_TRUE(Await([&] { return !statuses().empty() && statuses().back() == "READY"; }));
+TEST_F(TunnelOfDaemon, IsOpenedByACommandThatHasTheOrderInIt) {
+    StartAndLogIn();
+    auto assignment = Assignment({Candidate(kUdp)});
+    assignment["inline"] = true;
+    EXPECT_EQ(AwaitResult(OrderAs(assignment)), kSuccess) << daemon->Log();
+    EXPECT_EQ(Count("get_tunnel"), 0U);
+    EXPECT_TRUE(ClientGetsThePage());
+}
+
+TEST_F(TunnelOfDaemon, IsOpenedWithTheUserThatTheServiceMadeUpForTheRelay) {
+    relay->Stop();
+    std::filesystem::remove(RelayServer::kUsers);
+    std::filesystem::create_symlink("/run/control/users", RelayServer::kUsers);
+    relay->Start();
+    StartAndLogIn();
+    auto assignment = Assignment({Candidate(kUdp)});
+    assignment["relay"].removeMember("relay_user");
+    assignment["relay"].removeMember("relay_pass");
+    EXPECT_EQ(AwaitResult(OrderAs(assignment)), kSuccess) << daemon->Log();
+    EXPECT_TRUE(ClientGetsThePage());
+    const auto relayNow = control->Tunnels()[ServerId()]["relay"];
+    const std::string told = daemon->Log() + ReadText(kDaemonStatusFile) + Json::FastWriter().write(DaemonReport());
+    EXPECT_EQ(told.find(relayNow["relay_pass"].asString()), std::string::npos);
+    EXPECT_EQ(ReadText(kDaemonStatusFile).find(relayNow["relay_user"].asString()), std::string::npos);
+}
+
+TEST_F(TunnelOfDaemon, IsTriedWithThePasswordThatTheServiceHasNow) {
+    StartAndLogIn();
+    EXPECT_EQ(AwaitResult(Order({Candidate(kUdp)}, "expired")), kNetworkError) << daemon->Log();
+    auto assignment = Assignment({Candidate(kUdp)});
+    assignment["queue"] = false;
+    OrderAs(assignment);
+    EXPECT_EQ(AwaitTunnel("READY"), "READY") << daemon->Log();
+    EXPECT_TRUE(AwaitPage());
+}
+
+TEST_F(TunnelOfDaemon, IsToldToTheServiceAtEachChange) {
+    StartAndLogIn({"--retry-base", "60", "--retry-cap", "600"});
+    EXPECT_EQ(AwaitResult(Order({Candidate(kUdp)})), kSuccess);
+    EXPECT_TRUE(Await([&] { return control->Tunnel(ServerId())["status"] == "READY"; }));
+    EXPECT_EQ(control->Tunnel(ServerId())["relay_ip"], kRelay4);
+    relay->Stop();
+    EXPECT_TRUE(Await([&] { return control->Tunnel(ServerId())["status"] != "READY"; }, seconds(15)));
+    EXPECT_EQ(DaemonStatus(), "login success");
     EXPECT_EQ(AwaitResult(Close()), kSuccess);
+    EXPECT_TRUE(Await([&] { return control->Tunnel(ServerId()).isNull(); }));
     EXPECT_EQ(control->Log().find(kPassword), std::string::npos);
 }
 
@@ -153,13 +185,38 @@ TEST_F(TunnelOfDaemon, IsNoReasonToRegisterAnew) {
     }
 }
 
-TEST_F(TunnelOfDaemon, IsDescribedByTheStatusFileAndTheToolAsItIs) {
-    BringUp();
+TEST_F(TunnelOfDaemon, IsDescribedByTheToolAsItIs) {
+    StartAndLogIn();
+    EXPECT_EQ(Tool({"tunnel", "status"}).exitCode, 4) << "none is ordered";
+    EXPECT_EQ(AwaitResult(Order({Candidate(kUdp)})), kSuccess);
     const auto tunnel = TunnelInStatus();
     ASSERT_EQ(tunnel["open"].size(), 1U);
     EXPECT_EQ(tunnel["open"][0]["id"], "hos");
     EXPECT_EQ(tunnel["open"][0]["port"], kPage);
     EXPECT_EQ(Accepted(), std::vector<int>{kPage});
+    const auto status = Tool({"tunnel", "status"});
+    EXPECT_EQ(status.exitCode, 0) << status.err;
+    for (const auto& word : {std::string("READY"), std::string(kRelay4), kUdp.RelayInner4(), kUdp.DeviceInner6(),
+                             std::to_string(tunnel["pid"].asInt())}) {
+        EXPECT_THAT(status.out, testing::HasSubstr(word));
+    }
+    EXPECT_EQ(Tool({"wait", "--for=tunnel"}).exitCode, 0);
+    const auto rules = Tool({"tunnel", "rules"});
+    EXPECT_EQ(rules.exitCode, 0) << rules.out << rules.err;
+    EXPECT_THAT((status.out + rules.out), testing::Not(testing::HasSubstr(kPassword)));
+}
+
+TEST_F(TunnelOfDaemon, IsFoundToBeTamperedWithByTheTool) {
+    BringUp();
+    for (const auto& change : std::vector<std::vector<std::string>>{
+             {"/sbin/iptables", "-I", "TETHRA_RELAY", "-i", "tun1000", "-p", "tcp", "--dport", "5009", "-j", "ACCEPT"},
+             {"/sbin/ip6tables", "-D", "FORWARD", "-i", "tun1000", "-j", "DROP"}}) {
+        RunIn("device", change);
+        const auto rules = Tool({"tunnel", "rules"});
+        EXPECT_EQ(rules.exitCode, 8) << rules.out << rules.err;
+        ASSERT_TRUE(AwaitResult(Close()) == kSuccess && AwaitResult(Order({Candidate(kUdp)})) == kSuccess);
+        EXPECT_EQ(Tool({"tunnel", "rules"}).exitCode, 0) << "it is made anew";
+    }
 }
 
 }  // namespace

@@ -248,6 +248,22 @@ TEST_P(TunnelFilter, LeavesNoGap) {
     EXPECT_GT(looks, jumps) << "both states were seen";
 }
 
+TEST_P(TunnelFilter, WaitsForOthersOfItsKind) {
+    std::vector<pid_t> others;
+    for (int count = 0; count < 4; ++count) {
+        others.push_back(Spawn({"/bin/sh", "-c",
+                                "for i in 1 2 3 4 5; do $0 load tethraa-tunnel || exit 1;"
+                                " $0 unload tethraa-tunnel || exit 1; done",
+                                ARDV_OVPNC_SCRIPT},
+                               "/run/others.log"));
+    }
+    for (const pid_t other : others) {
+        EXPECT_EQ(Reap(other), 0);
+    }
+    EXPECT_EQ(ReadText("/run/others.log"), "");
+    ExpectRules(kNothing, "after all");
+}
+
 TEST_P(TunnelFilter, GuardsOneFamilyWhereTheOtherFails) {
     for (const int failing : {0, 1}) {
         const std::string program = std::string(kFamilies[failing]) + "-restore";

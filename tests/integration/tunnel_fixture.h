@@ -21,6 +21,11 @@
 
 namespace ardv::test {
 
+/** Names a parametrised test by its protocol. */
+inline std::string ProtocolName(const testing::TestParamInfo<Protocol>& info) {
+    return info.param.name;
+}
+
 /** The sandbox's network with a relay, and a device that serves two web pages and answers datagrams. */
 class TunnelTest : public testing::Test {
 protected:

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,11 +40,6 @@ inline constexpr Protocol kProtocols[] = {
     {"udp", "1194", 0}, {"tcp", "1194", 1}, {"udp6", "1195", 2}, {"tcp6", "1195", 3}};
 inline constexpr const Protocol& kUdp = kProtocols[0];
 inline constexpr const Protocol& kTcp = kProtocols[1];
-
-/** Names a parametrised test by its protocol. */
-inline std::string ProtocolName(const testing::TestParamInfo<Protocol>& info) {
-    return info.param.name;
-}
 
 /** The sandbox's namespaces: "cloud", into which this process goes, "relay", "device" and "client". */
 class TunnelNetwork {

@@ -77,6 +77,14 @@ TEST(TunnelConf, KeepsWhatElseIsInTheValue) {
     EXPECT_EQ(value, JsonOf(R"({"relay_pass":"of somebody else","other":1,"relay_ip":"198.51.100.7"})"));
 }
 
+TEST(TunnelConf, MakesAnObjectOfWhatIsNone) {
+    for (const char* json : {"null", "[1]", "7", R"("text")"}) {
+        Json::Value value = JsonOf(json);
+        EXPECT_TRUE(Tunnel(JsonOf(kRelayJson)).Write(value, false));
+        EXPECT_EQ(value, JsonOf(R"({"relay_ip":"198.51.100.7"})")) << json;
+    }
+}
+
 TEST(TunnelConf, NeverWritesPasswordAndIpv6Address) {
     const Tunnel tunnel(JsonOf(kRelayJson));
     for (const bool full : {false, true}) {

@@ -104,6 +104,14 @@ TEST_F(TunnelPassFile, FolderInItsPlaceIsAFailure) {
                   [this] { tunnel.WritePassFile(kPassFile); });
 }
 
+TEST_F(TunnelPassFile, FailureOfAnAttemptIsAnError) {
+    SetUser("x/y");
+    EXPECT_THAT(MessagesAt(3, [this] { tunnel.RunVPNTunnel(Candidate("udp")); }),
+                ElementsAre("tunnel.cpp open [/tmp/.tunnel.x/y] failed, Invalid argument",
+                            "tunnel.cpp Write pass file failed"));
+    EXPECT_THAT(MessagesAt(2, [this] { tunnel.RunVPNTunnel(Candidate("udp")); }), IsEmpty());
+}
+
 TEST_F(TunnelPassFile, MissingFolderIsAFailure) {
     ExpectMessage(3, "tunnel.cpp open [/tmp/no/such] failed, No such file or directory",
                   [this] { EXPECT_FALSE(tunnel.WritePassFile("/tmp/no/such")); });

@@ -24,6 +24,8 @@ using testing::IsEmpty;
 using TunnelStart = TunnelTest;
 
 constexpr const char* kProgram = "/usr/sbin/openvpn";
+constexpr const char* kInheritedFile = "/tmp/.of_the_daemon";
+constexpr const char* kLogFile = "/tmp/.log_of_the_daemon";
 
 struct CommandCase {
     const char* protocol;
@@ -55,6 +57,39 @@ INSTANTIATE_TEST_SUITE_P(, TunnelCommand,
 /** What is left of the alarm, which is taken away. */
 unsigned SecondsLeft() {
     return alarm(0);
+}
+
+/** While this lives, this process has no standard stream, or one that exec would close. */
+class NoStandardStreams {
+public:
+    NoStandardStreams() {
+        for (int stream = 0; stream < 3; ++stream) {
+            kept_.push_back(fcntl(stream, F_DUPFD_CLOEXEC, 100));
+            close(stream);
+        }
+    }
+    ~NoStandardStreams() {
+        for (int stream = 0; const int kept : kept_) {
+            dup2(kept, stream++);
+            close(kept);
+        }
+    }
+    NoStandardStreams(const NoStandardStreams&) = delete;
+    NoStandardStreams& operator=(const NoStandardStreams&) = delete;
+
+private:
+    std::vector<int> kept_;
+};
+
+/** What the standard streams of a process are. */
+std::vector<std::string> StreamsOf(int process) {
+    std::vector<std::string> streams;
+    for (const char* stream : {"0", "1", "2"}) {
+        std::error_code missing;
+        streams.push_back(
+            std::filesystem::read_symlink("/proc/" + std::to_string(process) + "/fd/" + stream, missing).string());
+    }
+    return streams;
 }
 
 /** Runs something in a child of this process; its exit code. */
@@ -155,6 +190,31 @@ TEST_F(TunnelStart, InheritsNoMoreWhereTheKernelIsOld) {
     const auto inherited = programs.AwaitOpenVpn();
     ASSERT_FALSE(inherited.empty());
     EXPECT_EQ(inherited.front(), "descriptors 0 1 2");
+}
+
+TEST_F(TunnelStart, OpenVpnHasStreamsThoughTheDaemonHasNone) {
+    for (const bool isOneThere : {false, true}) {
+        programs.Forget();
+        {
+            const NoStandardStreams none;
+            const Handle own(isOneThere ? open(kInheritedFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600) : -1);
+            tunnel.RunVPNTunnel(Candidate("udp"));
+        }
+        EXPECT_THAT(programs.AwaitOpenVpn(), testing::Contains("descriptors 0 1 2"));
+        EXPECT_THAT(StreamsOf(tunnel.GetPid()), testing::Each("/dev/null")) << isOneThere;
+        EndOpenVpn();
+    }
+}
+
+TEST_F(TunnelStart, FailureOfAProgramIsLearntWithoutStandardStreams) {
+    std::filesystem::remove(kProgram);
+    const Handle log(open(kLogFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    {
+        const NoStandardStreams none;
+        dup2(log.Number(), STDERR_FILENO);
+        tunnel.RunVPNTunnel(Candidate("udp"));
+    }
+    EXPECT_THAT(ReadText(kLogFile), testing::HasSubstr("execl openvpn failed, No such file or directory"));
 }
 
 TEST_F(TunnelStart, LeavesSignalsAndDescriptorsOfTheCallerAlone) {

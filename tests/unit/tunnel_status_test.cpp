@@ -26,7 +26,34 @@ const std::vector<std::string> kGuarded = {
     "/sbin/ip6tables|-I|TETHRA_RELAY|-i|tun1000|-p|ipv6-icmp|-j|ACCEPT",
 };
 
+constexpr const char* kSeen = "/tmp/record/seen";
+
+/** Puts a program in a place that writes down which of the tunnel's files are there when it is called. */
+void PutWitness(const std::string& place) {
+    std::filesystem::remove(place);
+    WriteText(place, std::string("#!/bin/sh\nls -d /tmp/.tunnel.* ") + kInformationFile + " >>" + kSeen +
+                         " 2>/dev/null\nexit 0\n");
+    std::filesystem::permissions(place, std::filesystem::perms(0755));
+}
+
 }  // namespace
+
+TEST_F(TunnelStatus, PasswordIsGoneBeforeTheFilterIsSet) {
+    StartOpenVpn();
+    PutWitness("/sbin/iptables");
+    tunnel.UpdateTunnelStatus();
+    EXPECT_EQ(tunnel.GetStatus(), TUNNEL_STATUS_READY);
+    EXPECT_TRUE(std::filesystem::exists(kSeen));
+    EXPECT_EQ(ReadText(kSeen), "");
+}
+
+TEST_F(TunnelStatus, DestroyDeletesTheFilesLast) {
+    StartOpenVpn();
+    WriteText(kInformationFile, "peer_ip=\"10.8.0.1\"\n");
+    PutWitness("/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh");
+    tunnel.Destroy();
+    EXPECT_EQ(ReadText(kSeen), std::string(kInformationFile) + "\n" + kPassFile + "\n");
+}
 
 TEST_F(TunnelStatus, LivingChildIsATunnelThatIsUp) {
     StartOpenVpn();
