@@ -15,7 +15,6 @@
 #include "signals.h"
 #include "support/service_device.h"
 #include "support/stand_in_tunnel.h"
-#include "tunnel_leftovers.h"
 
 using namespace ardv::test;
 using namespace ardv::daemon;
@@ -490,40 +489,6 @@ TEST_F(TunnelKeeperTest, SaysWhenNothingLeadsOn) {
     LetPass(61s);
     EXPECT_FALSE(keeper_->IsHealthy(why));
     EXPECT_EQ(why, "the tunnel is trying and nothing leads on");
-}
-
-TEST_F(TunnelKeeperTest, LeavesNothingForTheNextDaemonToClear) {
-    ClearTunnelLeftovers();
-    EXPECT_THAT(TunnelCalls(), IsEmpty());
-}
-
-TEST_F(TunnelKeeperTest, HasLeftoversClearedAway) {
-    WriteText("/tmp/.tunnel.box-1", "box-1\nhush");
-    WriteText("/tmp/.tunnel.box-2", "");
-    WriteText(kTunnelInfoFile, "openvpn_pid=\"1\"\n");
-    fs::create_symlink("/etc/passwd", "/tmp/.tunnel.link");
-    ClearTunnelLeftovers();
-    EXPECT_THAT(TunnelCalls(),
-                ElementsAre("iptables -F TETHRA_RELAY", "ip6tables -F TETHRA_RELAY", "ovpnc.sh unload tethraa-tunnel"));
-    EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-1"));
-    EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-2"));
-    EXPECT_FALSE(fs::exists(kTunnelInfoFile));
-    EXPECT_TRUE(fs::is_symlink("/tmp/.tunnel.link"));
-    fs::remove("/tmp/.tunnel.link");
-}
-
-TEST_F(TunnelKeeperTest, HasTheTunnelOfAKilledDaemonClearedAway) {
-    for (const char* status : {R"({"pid":1,"tunnel":{"status":"NONE"}})", R"({"pid":99999999,"tunnel":{"pid":"x"}})"}) {
-        WriteText(Daemon::kStatusFile, status);
-        ClearTunnelLeftovers();
-        EXPECT_THAT(TunnelCalls(), testing::SizeIs(3)) << status;
-    }
-    for (const char* status : {R"({"pid":1})", R"({"pid":1,"tunnel":7})", "[]", "no JSON"}) {
-        WriteText(Daemon::kStatusFile, status);
-        ClearTunnelLeftovers();
-        EXPECT_THAT(TunnelCalls(), IsEmpty()) << status;
-    }
-    fs::remove(Daemon::kStatusFile);
 }
 
 }  // namespace
