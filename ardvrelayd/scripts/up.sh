@@ -67,10 +67,12 @@ dev="$(checked "${dev:-}" 0-9A-Za-z_.- 15)"
 mtu="$(number "${tun_mtu:-}")"
 openvpn_pid="$PPID"
 END
-if [ -d "$info" ] && [ ! -L "$info" ]; then # the one thing that a file can't replace
-    aside=$(mktemp -d "$info.XXXXXX") && mv -fT "$info" "$aside"
-fi
-mv -fT "$draft" "$info" || fail "$info can't be replaced"
+# The one thing that a file can't replace is a folder. Anybody may put one there, and another behind the one that is moved aside.
+for attempt in first second third last; do
+    mv -fT "$draft" "$info" 2>/dev/null && break
+    [ $attempt != last ] || fail "$info can't be replaced"
+    aside=$(mktemp -d "$info.XXXXXX") && { mv -fT "$info" "$aside" 2>/dev/null || rmdir "$aside"; }
+done
 
 # The number of a daemon that is gone may be another process's by now.
 case ${1:-} in '' | *[!0-9]* | 0 | 1) fail "usage: up.sh PID" ;; esac
