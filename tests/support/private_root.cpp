@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -73,11 +74,21 @@ void OverlayWholeRoot() {
     }
 }
 
+// In a user namespace the folders of the real root belong to nobody, so that nothing in them can be replaced or removed. A folder that the upper
+// layer has too belongs to its maker: these are the folders in which tests put other programs and modules.
+constexpr std::array<const char*, 2> kReplaceable = {"usr/sbin", "usr/lib/modules"};
+
 // In a user namespace "/" cannot be a lower layer, because what is mounted below it is locked; its folders can.
 void OverlayFolder(const fs::path& folder) {
     const auto target = kRoot / folder.relative_path();
+    const auto options = OverlayOptions(folder, folder.relative_path()) + ",userxattr";
     fs::create_directories(target);
-    Mount("overlay", target, "overlay", 0, OverlayOptions(folder, folder.relative_path()) + ",userxattr");
+    for (const fs::path replaceable : kReplaceable) {
+        if (*replaceable.begin() == folder.filename()) {
+            fs::create_directories(kStage / "up" / replaceable);
+        }
+    }
+    Mount("overlay", target, "overlay", 0, options);
 }
 
 // In a user namespace the files of the real root stay beyond reach below an overlay; a copy belongs to its maker.
