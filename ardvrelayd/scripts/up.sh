@@ -3,7 +3,8 @@
 # usage: up.sh PID
 #
 # Called by OpenVPN (--route-up) once the tunnel's interface has its addresses; PID is the daemon's. Promises: the tunnel information file is there as
-# a whole, made of checked values alone, before the daemon is told by SIGUSR2, and nobody is told but the parent of this OpenVPN. OpenVPN waits for
+# a whole, made of checked values alone, before the daemon is told by SIGUSR2, and nobody is told but the parent of this OpenVPN; and no route leads into
+# the tunnel but that of its own network. OpenVPN waits for
 # this script, only notes a failure in its log, and gives it an environment without a PATH in which the relay server has variables of its own.
 set -u
 umask 077
@@ -50,6 +51,24 @@ peer_address() {
         [ -z "$source" ] || break
     done
     printf %s "$source"
+}
+
+# Where else the device's packets go is not for the relay to say: of the routes by the tunnel, only those of its own network stay. A default route of the
+# relay's has taken the place of the device's, which only the end of OpenVPN brings back.
+drop_pushed_routes() {
+    for family in -4 -6; do
+        ip "$family" route show dev "${dev:-tun1000}" 2>/dev/null | while read -r destination rest; do
+            case " $rest " in *' proto kernel '*) continue ;; esac
+            [ "$destination" != default ] || return 1
+            ip "$family" route del "$destination" dev "${dev:-tun1000}"
+        done || return 1
+    done
+}
+
+command -v ip >/dev/null || fail "there is no program ip"
+drop_pushed_routes || {
+    kill -s TERM "$PPID"
+    fail "the relay takes the default route; the tunnel is given up"
 }
 
 # In a folder that all may write to: a name that nobody else has, then one rename, which replaces whatever stands there.
