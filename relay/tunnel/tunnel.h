@@ -203,8 +203,7 @@ public:
     /**
      * Has the VPN client's control script, "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh", load what
      * "tethraa-tunnel" needs, or unload it. Messages of level 7 before, and after a failure, which stops nothing:
-     * `Create` goes on, and what the script could not guard is open to the relay. An owner who would rather have no
-     * tunnel runs the script's "load" before, and looks at its result.
+     * `Create` goes on, and what the script could not guard is open to the relay.
      */
     void InsertKernelModule();
     void RemoveKernelModule();
