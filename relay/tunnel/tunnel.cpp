@@ -24,9 +24,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr const char kInformationFile[] = "/tmp/.ardv_tethra_tunnel_info";
 constexpr std::size_t kPeerAddressSize = 1024;
-constexpr const char kModuleScript[] = "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh";
 constexpr const char kModule[] = "tethraa-tunnel";
 
 /** The texts of the statuses, by their numbers. */
@@ -163,7 +161,7 @@ std::string Tunnel::GetVpnTunnelPeerIp() {
 
 void Tunnel::InsertKernelModule() {
     RELAY_LOG(LOG_DEBUG, "[iptablestool] insert kernel module");
-    isPrepared_ = ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) != -1;
+    isPrepared_ = ALIBCExecl(kControlScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) != -1;
     if (!isPrepared_) {
         RELAY_LOG(LOG_DEBUG, "[iptablestool] insert the kernel module failed");
     }
@@ -171,7 +169,7 @@ void Tunnel::InsertKernelModule() {
 
 void Tunnel::RemoveKernelModule() {
     RELAY_LOG(LOG_DEBUG, "[iptablestool] remove kernel module");
-    if (ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "unload", kModule, nullptr) == -1) {
+    if (ALIBCExecl(kControlScript, ARDV_EXEC_HELPER, "unload", kModule, nullptr) == -1) {
         RELAY_LOG(LOG_DEBUG, "[iptablestool] remove the kernel module failed");
     }
 }
