@@ -43,7 +43,7 @@ install(DIRECTORY DESTINATION ${ARDV_DEVICE_DIR}/ardvrelayd/ca ${ARDV_DEVICE_FIL
 if(ARDV_RELAY_CA_FILE)
   file(STRINGS "${ARDV_RELAY_CA_FILE}" ARDV_RELAY_CA_FOUND REGEX "^-----BEGIN CERTIFICATE-----" LIMIT_COUNT 1)
   if(NOT ARDV_RELAY_CA_FOUND)
-    message(FATAL_ERROR "ARDV_RELAY_CA_FILE: there is no PEM certificate in ${ARDV_RELAY_CA_FILE}")
+    message(FATAL_ERROR "ARDV_RELAY_CA_FILE: ${ARDV_RELAY_CA_FILE} does not exist, or has no PEM certificate")
   endif()
   install(FILES "${ARDV_RELAY_CA_FILE}" DESTINATION ${ARDV_DEVICE_DIR}/ardvrelayd/ca RENAME ca.crt ${ARDV_DEVICE_FILES})
 endif()

@@ -89,7 +89,7 @@ std::optional<Json::Value> ReadRelay(const Json::Value& given, std::string& erro
     Json::Value relay(Json::objectValue);
     for (const RelayMember& member : kRelayMembers) {
         if (!member.check(complete[member.name])) {
-            error = "relay." + std::string(member.name) + " is no such thing";
+            error = "relay." + std::string(member.name) + " is missing, or not as the protocol has it";
             return std::nullopt;
         }
         relay[member.name] = complete[member.name];
