@@ -12,14 +12,14 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
-#include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "doctor_facts.h"
 #include "small_file.h"
 
 namespace ardv::ctl {
 
-using ARDV::Relay::Tunnel;
+using namespace ARDV::Relay;
 
 namespace {
 
@@ -30,7 +30,7 @@ constexpr const char kDrivers[] = "/proc/misc";
 constexpr const char kDriver[] = " tun\n";
 constexpr const char kModule[] = "/tun.ko";
 constexpr const char* kModuleLists[] = {"modules.dep", "modules.builtin"};
-constexpr const char* kScripts[] = {Tunnel::kUpScript, Tunnel::kDownScript, Tunnel::kControlScript};
+constexpr const char* kScripts[] = {TunnelNames::kUpScript, TunnelNames::kDownScript, TunnelNames::kControlScript};
 
 constexpr std::size_t kMaxDrivers = 65'536;
 constexpr std::size_t kMaxModules = 16'777'216;
@@ -97,13 +97,13 @@ Certificates CountCertificates(const std::string& pem) {
 }  // namespace
 
 Diagnosis CheckOpenVpn(const Facts& /*facts*/) {
-    if (!IsProgram(Tunnel::kProgram)) {
+    if (!IsProgram(TunnelNames::kProgram)) {
         return {"openvpn", Health::kWarning,
-                std::string("OpenVPN is not installed: there is no ") + Tunnel::kProgram +
+                std::string("OpenVPN is not installed: there is no ") + TunnelNames::kProgram +
                     ", and can be no tunnel to a relay",
                 "install the package openvpn"};
     }
-    return {"openvpn", Health::kOk, Tunnel::kProgram, ""};
+    return {"openvpn", Health::kOk, TunnelNames::kProgram, ""};
 }
 
 Diagnosis CheckPacketFilter(const Facts& /*facts*/) {
@@ -153,7 +153,7 @@ Diagnosis CheckTunnelScripts(const Facts& /*facts*/) {
 }
 
 Diagnosis CheckRelayAuthority(const Facts& /*facts*/) {
-    const std::string file = Tunnel::kCertificateAuthority;
+    const std::string file = TunnelNames::kCertificateAuthority;
     const auto exposure = Exposure(file);
     if (!exposure.empty()) {
         return {"relay authority", Health::kProblem, exposure + ", who could have the device trust any relay",

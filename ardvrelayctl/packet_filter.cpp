@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <optional>
 
-#include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "table.h"
 
@@ -86,8 +86,8 @@ bool IsForOthers(const Rule& rule) {
     const std::string& name = *(found + 1);
     const bool isWild = name.ends_with('+');
     const bool isMeant =
-        isWild ? std::string_view(ARDV::Relay::Tunnel::kInterface).starts_with(name.substr(0, name.size() - 1))
-               : name == ARDV::Relay::Tunnel::kInterface;
+        isWild ? std::string_view(ARDV::Relay::TunnelNames::kInterface).starts_with(name.substr(0, name.size() - 1))
+               : name == ARDV::Relay::TunnelNames::kInterface;
     const bool isNegated = found != rule.words.begin() && *(found - 1) == "!";
     return isMeant == isNegated;
 }
@@ -122,13 +122,13 @@ public:
 
     GuardFindings Run() {
         const auto& input = filter_.RulesOf(kInput);
-        findings_.isThere = filter_.HasChain(ARDV::Relay::Tunnel::kChain) || Find(input, kJump) < input.size() ||
+        findings_.isThere = filter_.HasChain(ARDV::Relay::TunnelNames::kChain) || Find(input, kJump) < input.size() ||
                             Find(input, kDrop) < input.size();
         if (expected_.isNeeded) {
             CheckInput(input);
             CheckForward(filter_.RulesOf(kForward));
         }
-        CheckChain(filter_.RulesOf(ARDV::Relay::Tunnel::kChain));
+        CheckChain(filter_.RulesOf(ARDV::Relay::TunnelNames::kChain));
         return std::move(findings_);
     }
 
@@ -179,7 +179,7 @@ private:
                 open.insert(*port);
             } else if (rules[i].text == icmpRule_) {
                 isIcmpOpen = true;
-            } else if (filter_.MayAccept(ARDV::Relay::Tunnel::kChain, rules[i])) {
+            } else if (filter_.MayAccept(ARDV::Relay::TunnelNames::kChain, rules[i])) {
                 Note("a rule of TETHRA_RELAY that is not the daemon's may let packets pass: " + rules[i].text);
             }
         }

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "descriptor.h"
 #include "log.h"
@@ -38,8 +38,8 @@ struct Option {
     std::string_view name;
     std::string_view value;
 };
-constexpr Option kOptions[] = {{"--dev", ARDV::Relay::Tunnel::kInterface},
-                               {"--ca", ARDV::Relay::Tunnel::kCertificateAuthority}};
+constexpr Option kOptions[] = {{"--dev", ARDV::Relay::TunnelNames::kInterface},
+                               {"--ca", ARDV::Relay::TunnelNames::kCertificateAuthority}};
 
 // Stands for a process, whatever becomes of its number.
 Descriptor OpenProcess(pid_t process) {

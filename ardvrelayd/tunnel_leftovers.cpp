@@ -14,6 +14,7 @@
 
 #include <relay/daemon/daemon.h>
 #include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "json_member.h"
 #include "log.h"
@@ -37,7 +38,7 @@ bool IsOwn(const std::filesystem::path& path) {
 std::vector<std::filesystem::path> PasswordFiles() {
     std::vector<std::filesystem::path> files;
     std::error_code error;
-    const std::filesystem::path prefix(Tunnel::kPassFilePrefix);
+    const std::filesystem::path prefix(TunnelNames::kPassFilePrefix);
     std::filesystem::directory_iterator at(prefix.parent_path(), error);
     for (; !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
         if (at->path().filename().string().rfind(prefix.filename().string(), 0) == 0 && IsOwn(at->path())) {

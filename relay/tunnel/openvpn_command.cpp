@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 namespace ARDV::Relay {
 
@@ -39,8 +39,8 @@ constexpr std::array<Argument, 22> kArguments = {{
     {"--proto", nullptr, &Values::protocol},
     {"--remote", nullptr, &Values::host},
     {"--port", nullptr, &Values::port},
-    {"--dev", Tunnel::kInterface},
-    {"--ca", Tunnel::kCertificateAuthority},
+    {"--dev", TunnelNames::kInterface},
+    {"--ca", TunnelNames::kCertificateAuthority},
     {"--script-security", "2"},
     {"--auth-user-pass", nullptr, &Values::passFile},
     {"--remap-usr1", "SIGTERM"},
@@ -48,7 +48,7 @@ constexpr std::array<Argument, 22> kArguments = {{
     {"--reneg-sec", "0"},
     {"--verb", nullptr, &Values::verbosity},
     {"--route-up", nullptr, &Values::upCommand},
-    {"--down", Tunnel::kDownScript},
+    {"--down", TunnelNames::kDownScript},
     {"--allow-recursive-routing"},
     {"--log-append", nullptr, &Values::logFile},
 }};
@@ -66,7 +66,7 @@ std::vector<std::string> OpenVpnCommand(const TunnelCandidate& candidate, const 
         .passFile = passFile,
         .verbosity = isLogged ? "4" : "0",
         .logFile = isLogged ? "/var/log/openvpn.log" : "/dev/null",
-        .upCommand = std::string(Tunnel::kUpScript) + " " + std::to_string(daemon),
+        .upCommand = std::string(TunnelNames::kUpScript) + " " + std::to_string(daemon),
     };
     std::vector<std::string> command = {"openvpn"};
     for (const Argument& argument : kArguments) {

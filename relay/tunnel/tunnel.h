@@ -59,17 +59,6 @@ enum TUNNEL_STATUS : std::int32_t {
  */
 class ARDVRELAYD_API Tunnel : public Config {
 public:
-    /** What has a fixed name: OpenVPN, its interface, the packet filter's chain; files, each as its operation says; and what is installed for a tunnel. */
-    static constexpr const char kProgram[] = "/usr/sbin/openvpn";
-    static constexpr const char kInterface[] = "tun1000";
-    static constexpr const char kChain[] = "TETHRA_RELAY";
-    static constexpr const char kInformationFile[] = "/tmp/.ardv_tethra_tunnel_info";
-    static constexpr const char kPassFilePrefix[] = "/tmp/.tunnel.";
-    static constexpr const char kCertificateAuthority[] = "/usr/ardv/etc.defaults/ardvrelayd/ca/ca.crt";
-    static constexpr const char kUpScript[] = "/usr/ardv/etc.defaults/ardvrelayd/scripts/up.sh";
-    static constexpr const char kDownScript[] = "/usr/ardv/etc.defaults/ardvrelayd/scripts/down.sh";
-    static constexpr const char kControlScript[] = "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh";
-
     /** No child, status NONE, no addresses and no credentials. */
     Tunnel();
 

@@ -320,11 +320,7 @@ TEST_F(ArdvrelayctlTunnelRules, AreNotCheckedInTheFilterBySomebodyWhoIsNotRoot) 
 class ArdvrelayctlTunnelPrograms : public ArdvrelayctlTunnel {
 protected:
     static void Replace(const char* program, const std::string& script) {
-        std::filesystem::remove(program);
-        if (!script.empty()) {
-            WriteText(program, "#!/bin/bash\n" + script);
-            std::filesystem::permissions(program, std::filesystem::perms(0755));
-        }
+        InstallScript(program, "#!/bin/bash\n" + script);
     }
 
     static void ReplaceBoth(const std::string& script) {
@@ -336,7 +332,8 @@ protected:
 TEST_F(ArdvrelayctlTunnelPrograms, ThatAreMissingOrFailLeaveTheFilterUnchecked) {
     const MadeUpDaemon daemon;
     daemon.Publish(ReadyTunnel());
-    ReplaceBoth("");
+    std::filesystem::remove("/sbin/iptables");
+    std::filesystem::remove("/sbin/ip6tables");
     const auto missing = Rules();
     EXPECT_EQ(missing.exitCode, 69);
     EXPECT_THAT(missing.out, HasSubstr("IPv6: not checked: there is no /sbin/ip6tables\n"));

@@ -26,6 +26,12 @@ void WriteText(const std::string& path, const std::string& text) {
     }
 }
 
+void InstallScript(const std::string& path, const std::string& text) {
+    std::filesystem::remove(path);
+    WriteText(path, text);
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
+}
+
 std::string TemporaryOf(const std::string& path) {
     return path + ".tmp." + std::to_string(getpid());
 }

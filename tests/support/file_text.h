@@ -13,6 +13,9 @@ std::string ReadText(const std::string& path);
 /** Replaces the file, making its folders. Throws where that fails: a test must not go on without its file. */
 void WriteText(const std::string& path, const std::string& text);
 
+/** Puts a script, all of whose text is given, in the place of a program or of a link to one. */
+void InstallScript(const std::string& path, const std::string& text);
+
 /** The name of the temporary file by which this process replaces a file. */
 std::string TemporaryOf(const std::string& path);
 

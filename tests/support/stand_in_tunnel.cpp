@@ -47,12 +47,6 @@ std::vector<std::string> Lines(const std::string& path) {
 
 }  // namespace
 
-void InstallScript(const std::string& path, const std::string& text) {
-    fs::remove(path);
-    WriteText(path, text);
-    fs::permissions(path, fs::perms(0755));
-}
-
 void InstallTunnelStandIns() {
     InstallScript("/usr/sbin/openvpn", kOpenVpn);
     for (const char* path :

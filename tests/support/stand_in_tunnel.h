@@ -30,7 +30,4 @@ std::vector<std::string> TunnelCalls();
 /** Forgets the tries. */
 void ForgetTunnelTries();
 
-/** Replaces a program, or a link to one, by a script. */
-void InstallScript(const std::string& path, const std::string& text);
-
 }  // namespace ardv::test

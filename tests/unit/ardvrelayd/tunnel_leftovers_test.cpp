@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <relay/daemon/daemon.h>
-#include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "support/device_test.h"
 #include "support/stand_in_tunnel.h"
@@ -35,14 +35,14 @@ TEST_F(TunnelLeftovers, AreNotLookedForWhereThereIsNoSignOfThem) {
 TEST_F(TunnelLeftovers, AreClearedAwayButForLinks) {
     WriteText("/tmp/.tunnel.box-1", "box-1\nhush");
     WriteText("/tmp/.tunnel.box-2", "");
-    WriteText(ARDV::Relay::Tunnel::kInformationFile, "openvpn_pid=\"1\"\n");
+    WriteText(ARDV::Relay::TunnelNames::kInformationFile, "openvpn_pid=\"1\"\n");
     fs::create_symlink("/etc/passwd", "/tmp/.tunnel.link");
     ClearTunnelLeftovers();
     EXPECT_THAT(TunnelCalls(),
                 ElementsAre("iptables -F TETHRA_RELAY", "ip6tables -F TETHRA_RELAY", "ovpnc.sh unload tethraa-tunnel"));
     EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-1"));
     EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-2"));
-    EXPECT_FALSE(fs::exists(ARDV::Relay::Tunnel::kInformationFile));
+    EXPECT_FALSE(fs::exists(ARDV::Relay::TunnelNames::kInformationFile));
     EXPECT_TRUE(fs::is_symlink("/tmp/.tunnel.link"));
     fs::remove("/tmp/.tunnel.link");
 }
