@@ -167,10 +167,10 @@ Diagnosis CheckAlias(const Facts& facts) {
 
 using Check = Diagnosis (*)(const Facts&);
 
-constexpr Check kChecks[] = {
-    CheckConfig, CheckIdentity, CheckSwitch,       CheckProcess,      CheckState,         CheckWriter,
-    CheckChange, CheckAlias,    CheckStatusFolder, CheckClock,        CheckNames,         CheckProtocol,
-    CheckUnit,   CheckOpenVpn,  CheckPacketFilter, CheckTunnelDevice, CheckTunnelScripts, CheckRelayAuthority};
+constexpr Check kChecks[] = {CheckConfig,       CheckIdentity,     CheckSwitch,        CheckProcess,       CheckState,
+                             CheckWriter,       CheckChange,       CheckAlias,         CheckStatusFolder,  CheckClock,
+                             CheckNames,        CheckProtocol,     CheckUnit,          CheckTunnel,        CheckOpenVpn,
+                             CheckPacketFilter, CheckTunnelDevice, CheckTunnelScripts, CheckRelayAuthority};
 
 }  // namespace
 

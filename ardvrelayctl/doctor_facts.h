@@ -32,6 +32,7 @@ Diagnosis CheckNames(const Facts& facts);
 Diagnosis CheckUnit(const Facts& facts);
 
 /** One that looks at what a tunnel to a relay takes. */
+Diagnosis CheckTunnel(const Facts& facts);
 Diagnosis CheckOpenVpn(const Facts& facts);
 Diagnosis CheckPacketFilter(const Facts& facts);
 Diagnosis CheckTunnelDevice(const Facts& facts);

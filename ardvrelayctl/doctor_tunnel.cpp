@@ -96,6 +96,18 @@ Certificates CountCertificates(const std::string& pem) {
 
 }  // namespace
 
+Diagnosis CheckTunnel(const Facts& facts) {
+    const auto& tunnel = facts.snapshot.tunnel;
+    if (!facts.snapshot.IsRunning() || !tunnel) {
+        return {"tunnel", Health::kOk, "the service has not asked for one", ""};
+    }
+    const bool isComing = tunnel->error.empty();
+    return {"tunnel", isComing ? Health::kOk : Health::kProblem, TunnelInShort(*tunnel),
+            isComing
+                ? ""
+                : "what is found below may be the reason; 'ardvrelayctl tunnel status' tells when it is tried again"};
+}
+
 Diagnosis CheckOpenVpn(const Facts& /*facts*/) {
     if (!IsProgram(TunnelNames::kProgram)) {
         return {"openvpn", Health::kWarning,

@@ -118,7 +118,8 @@ std::string StatusInShort(const StatusSnapshot& snapshot) {
         text += ", error " + GetErrorStr(snapshot.error) + " (" + MeaningOf(snapshot.error) + ")";
     }
     const std::string status = snapshot.aliasStatus.empty() ? "not recorded" : Excerpt(snapshot.aliasStatus);
-    return text + (snapshot.alias.empty() ? "" : ", alias " + Excerpt(snapshot.alias) + " " + status);
+    text += snapshot.alias.empty() ? "" : ", alias " + Excerpt(snapshot.alias) + " " + status;
+    return text + (snapshot.tunnel ? ", tunnel " + TunnelInShort(*snapshot.tunnel) : "");
 }
 
 }  // namespace ardv::ctl

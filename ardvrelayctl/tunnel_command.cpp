@@ -160,7 +160,10 @@ Json::Value AsJson(const TunnelRules& rules) {
 // A port that is open against the rules weighs more than a daemon that does not run.
 std::optional<DaemonFault> FaultOf(const TunnelRules& rules) {
     if (rules.HasProblem()) {
-        return DaemonFault{"what the tunnel lets through is not what it should be", kExitProblem};
+        return DaemonFault{
+            "what the tunnel lets through is not what it should be; 'ardvrelayctl reload' has the daemon make its "
+            "rules anew",
+            kExitProblem};
     }
     if (auto fault = TunnelFault(rules.snapshot)) {
         return fault;

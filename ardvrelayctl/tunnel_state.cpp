@@ -6,6 +6,7 @@
 
 #include "json_member.h"
 #include "table.h"
+#include "text.h"
 
 namespace ardv::ctl {
 
@@ -92,6 +93,10 @@ std::optional<TunnelState> TunnelIn(const Json::Value& file) {
         state.open = PortsIn(*tunnel);
     }
     return state;
+}
+
+std::string TunnelInShort(const TunnelState& tunnel) {
+    return Excerpt(tunnel.status) + (tunnel.error.empty() ? "" : " (" + Excerpt(tunnel.error) + ")");
 }
 
 const char* MeaningOfTunnel(const std::string& status) {

@@ -46,6 +46,9 @@ bool IsTunnelOrdered(const Json::Value& file);
 /** What it says of it; no value without an order, and where the tunnel has no status. */
 std::optional<TunnelState> TunnelIn(const Json::Value& file);
 
+/** Its status, and the last failure where there is one. */
+std::string TunnelInShort(const TunnelState& tunnel);
+
 /** What a status of the tunnel means, as a sentence without its end. */
 const char* MeaningOfTunnel(const std::string& status);
 

@@ -166,6 +166,9 @@ void TunnelKeeper::FailRound() {
         Note("no candidate can be used");
     }
     Answer(openers_, RELAYD_RET_ERR_NETWORK);
+    if (backOff_.Failures() == 0) {
+        DAEMON_LOG(LOG_WARNING, "no tunnel to the relay: %s", error_.c_str());  // once; the owner may have to see to it
+    }
     Rest(backOff_.Next(plans_.usual));
 }
 

@@ -55,6 +55,16 @@ std::string ModuleFolder() {
     return std::string(kModules) + "/" + kernel.release;
 }
 
+TEST_F(ArdvrelayctlDoctorTunnel, FindsATunnelThatDoesNotComeUp) {
+    Expect("tunnel", "ok", "has not asked", "");
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":3,"tunnel":{"status":"READY"})");
+    Expect("tunnel", "ok", "READY", "");
+    daemon.Publish(R"("state":3,"tunnel":{"status":"FAILED","error":"the relay did not answer in time"})");
+    Expect("tunnel", "problem", "FAILED (the relay did not answer in time)", "tunnel status");
+    EXPECT_EQ(Run({"doctor"}).exitCode, 8);
+}
+
 TEST_F(ArdvrelayctlDoctorTunnel, LooksForOpenVpnWhereItIsStarted) {
     fs::remove("/usr/sbin/openvpn");
     WriteProgram("/usr/local/sbin/openvpn");

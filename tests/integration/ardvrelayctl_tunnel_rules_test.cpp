@@ -104,7 +104,9 @@ TEST_F(ArdvrelayctlTunnelRules, NameAPortThatIsOpenWithoutAPermittedService) {
     daemon.Publish(ReadyTunnel());
     const auto result = Rules();
     EXPECT_EQ(result.exitCode, 8);
-    EXPECT_EQ(result.err, "ardvrelayctl: what the tunnel lets through is not what it should be\n");
+    EXPECT_EQ(result.err,
+              "ardvrelayctl: what the tunnel lets through is not what it should be; "
+              "'ardvrelayctl reload' has the daemon make its rules anew\n");
     EXPECT_THAT(result.out, HasSubstr("IPv4: " + std::string(kGood)));
     EXPECT_THAT(result.out, HasSubstr("IPv6: port 5009 is open without a permitted service\n"));
     EXPECT_THAT(Faults("IPv6"), ElementsAre("port 5009 is open without a permitted service"));

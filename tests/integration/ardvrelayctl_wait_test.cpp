@@ -26,6 +26,15 @@ TEST_F(ArdvrelayctlWait, ReturnsAtOnceWhereTheStateIsReached) {
     EXPECT_EQ(Run({"wait", "--for", "alias"}).exitCode, 0);
 }
 
+TEST_F(ArdvrelayctlWait, SaysHowTheTunnelIsThatDoesNotCome) {
+    const MadeUpDaemon daemon;
+    daemon.Publish(R"("state":3,"tunnel":{"status":"FAILED","error":"no candidate can be used"})");
+    const auto result = Look("tunnel");
+    EXPECT_EQ(result.exitCode, 124);
+    EXPECT_THAT(result.err, HasSubstr("last seen: state login"));
+    EXPECT_THAT(result.err, HasSubstr(", tunnel FAILED (no candidate can be used)"));
+}
+
 TEST_F(ArdvrelayctlWait, GivesUpInTimeAndSaysWhatItLastSaw) {
     const MadeUpDaemon daemon;
     for (const int state : {0, 1, 2, 7, 8, 77}) {

@@ -231,6 +231,7 @@ TEST_F(DaemonTunnel, TellsThatNoCandidateWorks) {
     Assign(Order({kEndsAtOnce, "70000", "--up"}), true);
     EXPECT_THAT(AwaitResults(1), HasSubstr("=6"));
     EXPECT_EQ(DaemonStatus(), kLoggedIn);
+    EXPECT_THAT(daemon->Log(), HasSubstr("no tunnel to the relay: OpenVPN ended before the tunnel was up"));
     EXPECT_TRUE(Await([] { return TunnelTries().size() >= 3; })) << "it is tried again";
 }
 
