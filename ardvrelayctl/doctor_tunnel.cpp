@@ -12,14 +12,17 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <relay/tunnel/tunnel_names.h>
+
 #include "doctor_facts.h"
 #include "small_file.h"
 
 namespace ardv::ctl {
 
+using namespace ARDV::Relay;
+
 namespace {
 
-constexpr const char kOpenVpn[] = "/usr/sbin/openvpn";
 constexpr const char* kFilterPrograms[] = {"/sbin/iptables", "/sbin/iptables-restore", "/sbin/ip6tables",
                                            "/sbin/ip6tables-restore"};
 constexpr const char kDevice[] = "/dev/net/tun";
@@ -27,10 +30,7 @@ constexpr const char kDrivers[] = "/proc/misc";
 constexpr const char kDriver[] = " tun\n";
 constexpr const char kModule[] = "/tun.ko";
 constexpr const char* kModuleLists[] = {"modules.dep", "modules.builtin"};
-constexpr const char* kScripts[] = {"/usr/ardv/etc.defaults/ardvrelayd/scripts/up.sh",
-                                    "/usr/ardv/etc.defaults/ardvrelayd/scripts/down.sh",
-                                    "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh"};
-constexpr const char kAuthority[] = "/usr/ardv/etc.defaults/ardvrelayd/ca/ca.crt";
+constexpr const char* kScripts[] = {TunnelNames::kUpScript, TunnelNames::kDownScript, TunnelNames::kControlScript};
 
 constexpr std::size_t kMaxDrivers = 65'536;
 constexpr std::size_t kMaxModules = 16'777'216;
@@ -97,12 +97,13 @@ Certificates CountCertificates(const std::string& pem) {
 }  // namespace
 
 Diagnosis CheckOpenVpn(const Facts& /*facts*/) {
-    if (!IsProgram(kOpenVpn)) {
+    if (!IsProgram(TunnelNames::kProgram)) {
         return {"openvpn", Health::kWarning,
-                std::string("OpenVPN is not installed: there is no ") + kOpenVpn + ", and can be no tunnel to a relay",
+                std::string("OpenVPN is not installed: there is no ") + TunnelNames::kProgram +
+                    ", and can be no tunnel to a relay",
                 "install the package openvpn"};
     }
-    return {"openvpn", Health::kOk, kOpenVpn, ""};
+    return {"openvpn", Health::kOk, TunnelNames::kProgram, ""};
 }
 
 Diagnosis CheckPacketFilter(const Facts& /*facts*/) {
@@ -152,7 +153,7 @@ Diagnosis CheckTunnelScripts(const Facts& /*facts*/) {
 }
 
 Diagnosis CheckRelayAuthority(const Facts& /*facts*/) {
-    const std::string file = kAuthority;
+    const std::string file = TunnelNames::kCertificateAuthority;
     const auto exposure = Exposure(file);
     if (!exposure.empty()) {
         return {"relay authority", Health::kProblem, exposure + ", who could have the device trust any relay",

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <optional>
 
+#include <relay/tunnel/tunnel_names.h>
+
 #include "table.h"
 
 namespace ardv::ctl {
@@ -83,8 +85,9 @@ bool IsForOthers(const Rule& rule) {
     }
     const std::string& name = *(found + 1);
     const bool isWild = name.ends_with('+');
-    const bool isMeant = isWild ? std::string_view(kTunnelInterface).starts_with(name.substr(0, name.size() - 1))
-                                : name == kTunnelInterface;
+    const bool isMeant =
+        isWild ? std::string_view(ARDV::Relay::TunnelNames::kInterface).starts_with(name.substr(0, name.size() - 1))
+               : name == ARDV::Relay::TunnelNames::kInterface;
     const bool isNegated = found != rule.words.begin() && *(found - 1) == "!";
     return isMeant == isNegated;
 }
@@ -119,13 +122,13 @@ public:
 
     GuardFindings Run() {
         const auto& input = filter_.RulesOf(kInput);
-        findings_.isThere =
-            filter_.HasChain(kTunnelChain) || Find(input, kJump) < input.size() || Find(input, kDrop) < input.size();
+        findings_.isThere = filter_.HasChain(ARDV::Relay::TunnelNames::kChain) || Find(input, kJump) < input.size() ||
+                            Find(input, kDrop) < input.size();
         if (expected_.isNeeded) {
             CheckInput(input);
             CheckForward(filter_.RulesOf(kForward));
         }
-        CheckChain(filter_.RulesOf(kTunnelChain));
+        CheckChain(filter_.RulesOf(ARDV::Relay::TunnelNames::kChain));
         return std::move(findings_);
     }
 
@@ -176,7 +179,7 @@ private:
                 open.insert(*port);
             } else if (rules[i].text == icmpRule_) {
                 isIcmpOpen = true;
-            } else if (filter_.MayAccept(kTunnelChain, rules[i])) {
+            } else if (filter_.MayAccept(ARDV::Relay::TunnelNames::kChain, rules[i])) {
                 Note("a rule of TETHRA_RELAY that is not the daemon's may let packets pass: " + rules[i].text);
             }
         }

@@ -9,10 +9,6 @@
 
 namespace ardv::ctl {
 
-/** The interface of the relay tunnel, and the chain of the packet filter that belongs to it. */
-inline constexpr const char kTunnelInterface[] = "tun1000";
-inline constexpr const char kTunnelChain[] = "TETHRA_RELAY";
-
 /** One address family's table of filter rules, as iptables(8) prints it with "-S". */
 class PacketFilter {
 public:

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <optional>
 
+#include <relay/tunnel/tunnel_names.h>
+
 #include "configuration.h"
 #include "program_output.h"
 #include "service_state.h"
@@ -95,7 +97,7 @@ std::vector<ServiceRule> RulesOf(const Session& session, const StatusSnapshot& s
 ExpectedGuard GuardFor(const StatusSnapshot& snapshot) {
     ExpectedGuard guard;
     guard.isBegun = snapshot.tunnel && snapshot.tunnel->IsBegun();
-    guard.isNeeded = guard.isBegun || if_nametoindex(kTunnelInterface) != 0;
+    guard.isNeeded = guard.isBegun || if_nametoindex(ARDV::Relay::TunnelNames::kInterface) != 0;
     guard.isUp = snapshot.tunnel && snapshot.tunnel->IsUp();
     if (snapshot.tunnel) {
         for (const auto& open : snapshot.tunnel->open) {

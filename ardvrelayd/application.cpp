@@ -91,6 +91,7 @@ void Application::Reload() {
     ++reloads_;
     manager_.Reloading();
     const auto before = device_.Registered();
+    const auto account = device_.Account();
     const auto network = device_.Network();
     if (!session_.IsStanding()) {
         Request::CleanDnsCache();  // what names stand for may be what the user has changed
@@ -100,6 +101,9 @@ void Application::Reload() {
         tunnel_.OnReload();  // the permissions stand in a file of their own: what is forbidden closes in any case
         manager_.Ready();
         return;
+    }
+    if (device_.Account() != account) {
+        tunnel_.Close();  // it was another's order
     }
     const bool wasOff = session_.IsOff();
     SwitchOnOrOff(milliseconds(0));

@@ -61,7 +61,7 @@ void Application::OnTunnelOrder(const Answer& answer) {
             session_.Finish(id, *result);
         }
     }
-    tunnel_.Renew(order);  // it may have asked as well: there is one question at a time, and the last one's answer is for all
+    tunnel_.Renew(order);  // which may have asked as well: the answer to the last question is for all
 }
 
 void Application::OnChildEnded() {

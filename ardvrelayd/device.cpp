@@ -95,6 +95,14 @@ Json::Value Device::Registered() const {
     return registered;
 }
 
+Json::Value Device::Account() const {
+    Json::Value account;
+    configuration_.GetGlobalServer().Write(account["server_global"], true);
+    configuration_.GetControlServer().Write(account["server_control"], true);
+    account["identity"] = identity_;
+    return account;
+}
+
 void Device::SetServerId(const std::string& id) {
     if (id == configuration_.GetServerId()) {
         return;

@@ -41,6 +41,9 @@ public:
     /** What a registration shows but for the network, to tell whether it has changed. With secrets. */
     Json::Value Registered() const;
 
+    /** Who serves the device, and as whom it is known there; with secrets. */
+    Json::Value Account() const;
+
     /** Settings that a server assigns. Each is stored in the file as well, where it differs; a failure is logged. */
     void SetServerId(const std::string& id);
     void SetControlHost(const std::string& host);

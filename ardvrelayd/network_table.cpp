@@ -13,13 +13,15 @@
 #include <optional>
 #include <utility>
 
+#include <relay/tunnel/tunnel_names.h>
+
 namespace ardv::daemon {
 
 namespace {
 
 constexpr std::size_t kMaxEntries = 4096;
 
-constexpr std::string_view kTunnelName = "tun1000";
+constexpr std::string_view kTunnelName = ARDV::Relay::TunnelNames::kInterface;
 
 // What a peer could notice of a link's flags; somebody who listens in on it (IFF_PROMISC) can't be noticed.
 constexpr unsigned kLinkFlags = IFF_UP | IFF_RUNNING | IFF_LOWER_UP | IFF_LOOPBACK | IFF_POINTOPOINT;

@@ -17,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+#include <relay/tunnel/tunnel_names.h>
+
 #include "descriptor.h"
 #include "log.h"
 
@@ -36,7 +38,8 @@ struct Option {
     std::string_view name;
     std::string_view value;
 };
-constexpr Option kOptions[] = {{"--dev", "tun1000"}, {"--ca", "/usr/ardv/etc.defaults/ardvrelayd/ca/ca.crt"}};
+constexpr Option kOptions[] = {{"--dev", ARDV::Relay::TunnelNames::kInterface},
+                               {"--ca", ARDV::Relay::TunnelNames::kCertificateAuthority}};
 
 // Stands for a process, whatever becomes of its number.
 Descriptor OpenProcess(pid_t process) {

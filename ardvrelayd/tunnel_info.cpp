@@ -10,15 +10,21 @@
 
 #include <ardv/key_value_file.h>
 
+#include <relay/tunnel/tunnel_names.h>
+
 #include "address_text.h"
 
 namespace ardv::daemon {
+
+using namespace ARDV::Relay;
 
 namespace {
 
 std::string Value(const char* key) {
     std::array<char, 128> buffer = {};
-    return ALIBCFileGetKeyValue(kTunnelInfoFile, key, buffer.data(), buffer.size(), 0) == 1 ? buffer.data() : "";
+    return ALIBCFileGetKeyValue(TunnelNames::kInformationFile, key, buffer.data(), buffer.size(), 0) == 1
+               ? buffer.data()
+               : "";
 }
 
 std::string Address(const char* key) {
@@ -37,7 +43,7 @@ pid_t Process(const char* key) {
 // It stands in a folder where anybody may put a file.
 bool IsOwn() {
     struct stat facts {};
-    return lstat(kTunnelInfoFile, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_nlink == 1 &&
+    return lstat(TunnelNames::kInformationFile, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_nlink == 1 &&
            facts.st_uid == geteuid();
 }
 
@@ -52,7 +58,7 @@ TunnelInfo ReadTunnelInfo() {
 
 bool HasTunnelInfo() {
     struct stat facts {};
-    return lstat(kTunnelInfoFile, &facts) == 0;
+    return lstat(TunnelNames::kInformationFile, &facts) == 0;
 }
 
 }  // namespace ardv::daemon

@@ -7,8 +7,6 @@
 
 namespace ardv::daemon {
 
-inline constexpr const char* kTunnelInfoFile = "/tmp/.ardv_tethra_tunnel_info";
-
 /** What OpenVPN's scripts tell of a tunnel that is up. Addresses are empty where they aren't told, or are none. */
 struct TunnelInfo {
     pid_t process = -1;  ///< OpenVPN's; -1 where it isn't told

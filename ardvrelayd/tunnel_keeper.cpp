@@ -220,7 +220,7 @@ void TunnelKeeper::Leave(Step then) {
     endLimit_.Start(kEndLimit);
 }
 
-void TunnelKeeper::KillChild() {
+void TunnelKeeper::KillChild() const {
     if (child_ > 0) {
         kill(child_, SIGKILL);
     }
@@ -314,7 +314,7 @@ void TunnelKeeper::Note(const char* why) {
     DAEMON_LOG(LOG_NOTICE, "tunnel: %s", why);
 }
 
-void TunnelKeeper::Answer(std::vector<std::string>& askers, RELAYD_RET result) {
+void TunnelKeeper::Answer(std::vector<std::string>& askers, RELAYD_RET result) const {
     for (const auto& id : std::exchange(askers, {})) {
         events_.finished(id, result);
     }

@@ -117,13 +117,13 @@ private:
     void Rest(std::chrono::milliseconds delay);
     void OnRetry();
     void Leave(Step then);
-    void KillChild();
+    void KillChild() const;
     void EndNow();
     void Ended();
     void Closed();
     void Admit();
     void Note(const char* why);
-    void Answer(std::vector<std::string>& askers, ARDV::Relay::RELAYD_RET result);
+    void Answer(std::vector<std::string>& askers, ARDV::Relay::RELAYD_RET result) const;
     void Tell();
     std::string StatusText() const;
     Json::Value Candidate() const;

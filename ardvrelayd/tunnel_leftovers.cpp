@@ -14,6 +14,7 @@
 
 #include <relay/daemon/daemon.h>
 #include <relay/tunnel/tunnel.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "json_member.h"
 #include "log.h"
@@ -28,9 +29,6 @@ using namespace ARDV::Relay;
 
 namespace {
 
-constexpr const char* kFolder = "/tmp";
-constexpr const char* kPasswordFilePrefix = ".tunnel.";
-
 bool IsOwn(const std::filesystem::path& path) {
     struct stat facts {};
     return lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid();
@@ -40,9 +38,10 @@ bool IsOwn(const std::filesystem::path& path) {
 std::vector<std::filesystem::path> PasswordFiles() {
     std::vector<std::filesystem::path> files;
     std::error_code error;
-    std::filesystem::directory_iterator at(kFolder, error);
+    const std::filesystem::path prefix(TunnelNames::kPassFilePrefix);
+    std::filesystem::directory_iterator at(prefix.parent_path(), error);
     for (; !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
-        if (at->path().filename().string().rfind(kPasswordFilePrefix, 0) == 0 && IsOwn(at->path())) {
+        if (at->path().filename().string().rfind(prefix.filename().string(), 0) == 0 && IsOwn(at->path())) {
             files.push_back(at->path());
         }
     }

@@ -3,7 +3,8 @@
 # usage: up.sh PID
 #
 # Called by OpenVPN (--route-up) once the tunnel's interface has its addresses; PID is the daemon's. Promises: the tunnel information file is there as
-# a whole, made of checked values alone, before the daemon is told by SIGUSR2, and nobody is told but the parent of this OpenVPN. OpenVPN waits for
+# a whole, made of checked values alone, before the daemon is told by SIGUSR2, and nobody is told but the parent of this OpenVPN; and no route leads into
+# the tunnel but that of its own network. OpenVPN waits for
 # this script, only notes a failure in its log, and gives it an environment without a PATH in which the relay server has variables of its own.
 set -u
 umask 077
@@ -52,6 +53,24 @@ peer_address() {
     printf %s "$source"
 }
 
+# Where else the device's packets go is not for the relay to say: of the routes by the tunnel, only those of its own network stay. A default route of the
+# relay's has taken the place of the device's, which only the end of OpenVPN brings back.
+drop_pushed_routes() {
+    for family in -4 -6; do
+        ip "$family" route show dev "${dev:-tun1000}" 2>/dev/null | while read -r destination rest; do
+            case " $rest " in *' proto kernel '*) continue ;; esac
+            [ "$destination" != default ] || return 1
+            ip "$family" route del "$destination" dev "${dev:-tun1000}"
+        done || return 1
+    done
+}
+
+command -v ip >/dev/null || fail "there is no program ip"
+drop_pushed_routes || {
+    kill -s TERM "$PPID"
+    fail "the relay takes the default route; the tunnel is given up"
+}
+
 # In a folder that all may write to: a name that nobody else has, then one rename, which replaces whatever stands there.
 draft=$(mktemp "$info.XXXXXX") || fail "there can be no draft of $info"
 trap 'rm -f "$draft"' EXIT
@@ -67,10 +86,12 @@ dev="$(checked "${dev:-}" 0-9A-Za-z_.- 15)"
 mtu="$(number "${tun_mtu:-}")"
 openvpn_pid="$PPID"
 END
-if [ -d "$info" ] && [ ! -L "$info" ]; then # the one thing that a file can't replace
-    aside=$(mktemp -d "$info.XXXXXX") && mv -fT "$info" "$aside"
-fi
-mv -fT "$draft" "$info" || fail "$info can't be replaced"
+# The one thing that a file can't replace is a folder. Anybody may put one there, and another behind the one that is moved aside.
+for attempt in first second third last; do
+    mv -fT "$draft" "$info" 2>/dev/null && break
+    [ $attempt != last ] || fail "$info can't be replaced"
+    aside=$(mktemp -d "$info.XXXXXX") && { mv -fT "$info" "$aside" 2>/dev/null || rmdir "$aside"; }
+done
 
 # The number of a daemon that is gone may be another process's by now.
 case ${1:-} in '' | *[!0-9]* | 0 | 1) fail "usage: up.sh PID" ;; esac

@@ -82,8 +82,7 @@ load:tethraa-tunnel:2 | unload:tethraa-tunnel:2) ;;
     ;;
 esac
 # One after the other: each would take away what the other has listed. Whoever can't wait may try, as a change is made as a whole or not at all.
-exec 9<"$0"
-flock -w 2 9
+command exec 9<"$0" && flock -w 2 9
 arrange /sbin/iptables "$1" || fail "$1 failed for IPv4"
 arrange /sbin/ip6tables "$1" || [ ! -e /proc/net/if_inet6 ] || fail "$1 failed for IPv6"
 [ "$1" != load ] || provide_device || fail "/dev/net/tun can't be opened"

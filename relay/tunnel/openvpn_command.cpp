@@ -3,13 +3,11 @@
 
 #include <array>
 
+#include <relay/tunnel/tunnel_names.h>
+
 namespace ARDV::Relay {
 
 namespace {
-
-constexpr const char kUpScript[] = "/usr/ardv/etc.defaults/ardvrelayd/scripts/up.sh";
-constexpr const char kDownScript[] = "/usr/ardv/etc.defaults/ardvrelayd/scripts/down.sh";
-constexpr const char kCertificateAuthority[] = "/usr/ardv/etc.defaults/ardvrelayd/ca/ca.crt";
 
 /** What differs from one tunnel to the next. */
 struct Values {
@@ -41,8 +39,8 @@ constexpr std::array<Argument, 22> kArguments = {{
     {"--proto", nullptr, &Values::protocol},
     {"--remote", nullptr, &Values::host},
     {"--port", nullptr, &Values::port},
-    {"--dev", kTunnelInterface},
-    {"--ca", kCertificateAuthority},
+    {"--dev", TunnelNames::kInterface},
+    {"--ca", TunnelNames::kCertificateAuthority},
     {"--script-security", "2"},
     {"--auth-user-pass", nullptr, &Values::passFile},
     {"--remap-usr1", "SIGTERM"},
@@ -50,7 +48,7 @@ constexpr std::array<Argument, 22> kArguments = {{
     {"--reneg-sec", "0"},
     {"--verb", nullptr, &Values::verbosity},
     {"--route-up", nullptr, &Values::upCommand},
-    {"--down", kDownScript},
+    {"--down", TunnelNames::kDownScript},
     {"--allow-recursive-routing"},
     {"--log-append", nullptr, &Values::logFile},
 }};
@@ -68,7 +66,7 @@ std::vector<std::string> OpenVpnCommand(const TunnelCandidate& candidate, const 
         .passFile = passFile,
         .verbosity = isLogged ? "4" : "0",
         .logFile = isLogged ? "/var/log/openvpn.log" : "/dev/null",
-        .upCommand = std::string(kUpScript) + " " + std::to_string(daemon),
+        .upCommand = std::string(TunnelNames::kUpScript) + " " + std::to_string(daemon),
     };
     std::vector<std::string> command = {"openvpn"};
     for (const Argument& argument : kArguments) {

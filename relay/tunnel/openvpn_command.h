@@ -10,12 +10,6 @@
 
 namespace ARDV::Relay {
 
-/** The program that `OpenVpnCommand` is for. */
-inline constexpr const char kOpenVpnProgram[] = "/usr/sbin/openvpn";
-
-/** The interface that OpenVPN makes. */
-inline constexpr const char kTunnelInterface[] = "tun1000";
-
 /**
  * OpenVPN's arguments, its own name first.
  *

@@ -8,7 +8,7 @@
 #include <ardv/program.h>
 
 #include <relay/daemon/log.h>
-#include <relay/tunnel/openvpn_command.h>
+#include <relay/tunnel/tunnel_names.h>
 
 RELAY_LOG_SOURCE("tunnel.cpp");
 
@@ -16,7 +16,6 @@ namespace ARDV::Relay::PacketFilter {
 
 namespace {
 
-constexpr const char kChain[] = "TETHRA_RELAY";
 constexpr const char kFamilysIcmp[] = "<icmp>";  // stands for the family's own protocol
 constexpr const char kGivenPort[] = "<port>";
 
@@ -38,13 +37,14 @@ struct Rule {
 };
 
 constexpr Rule kAcceptPort = {
-    {"-I", kChain, "-i", kTunnelInterface, "-p", "tcp", "--dport", kGivenPort, "-j", "ACCEPT"},
+    {"-I", TunnelNames::kChain, "-i", TunnelNames::kInterface, "-p", "tcp", "--dport", kGivenPort, "-j", "ACCEPT"},
     "Insert iptable rules failed, ACCEPT RULE FAILED, port: "};
-constexpr Rule kDropAll = {{"-A", kChain, "-i", kTunnelInterface, "-j", "DROP"},
+constexpr Rule kDropAll = {{"-A", TunnelNames::kChain, "-i", TunnelNames::kInterface, "-j", "DROP"},
                            "Insert iptable rules failed, DROP RULE FAILED"};
-constexpr Rule kAcceptIcmp = {{"-I", kChain, "-i", kTunnelInterface, "-p", kFamilysIcmp, "-j", "ACCEPT"},
-                              "Insert iptable rules failed, ACCEPT ICMP RULE FAILED"};
-constexpr Rule kFlush = {{"-F", kChain}, "Remove iptable rules failed"};
+constexpr Rule kAcceptIcmp = {
+    {"-I", TunnelNames::kChain, "-i", TunnelNames::kInterface, "-p", kFamilysIcmp, "-j", "ACCEPT"},
+    "Insert iptable rules failed, ACCEPT ICMP RULE FAILED"};
+constexpr Rule kFlush = {{"-F", TunnelNames::kChain}, "Remove iptable rules failed"};
 
 bool Run(const char* program, const Words& words) {
     return ALIBCExecl(program, ARDV_EXEC_HELPER, words[0], words[1], words[2], words[3], words[4], words[5], words[6],

@@ -14,6 +14,7 @@
 #include <relay/daemon/log.h>
 #include <relay/tunnel/packet_filter.h>
 #include <relay/tunnel/tunnel_candidate.h>
+#include <relay/tunnel/tunnel_names.h>
 #include <relay/utils/descriptor.h>
 #include <relay/utils/json_text.h>
 #include <relay/utils/shared_folder.h>
@@ -24,9 +25,7 @@ namespace ARDV::Relay {
 
 namespace {
 
-constexpr const char kInformationFile[] = "/tmp/.ardv_tethra_tunnel_info";
 constexpr std::size_t kPeerAddressSize = 1024;
-constexpr const char kModuleScript[] = "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh";
 constexpr const char kModule[] = "tethraa-tunnel";
 
 /** The texts of the statuses, by their numbers. */
@@ -148,7 +147,7 @@ bool Tunnel::Destroy() {
         kill(pid_, SIGTERM);
     }
     RemoveKernelModule();
-    unlink(kInformationFile);
+    unlink(TunnelNames::kInformationFile);
     UnlinkTunnelPassFile();
     pid_ = -1;
     return true;
@@ -156,14 +155,15 @@ bool Tunnel::Destroy() {
 
 std::string Tunnel::GetVpnTunnelPeerIp() {
     std::array<char, kPeerAddressSize> address = {};
-    const bool isKnown = !IsPlanted(kInformationFile) &&
-                         ALIBCFileGetKeyValue(kInformationFile, "peer_ip", address.data(), address.size(), 0) > 0;
+    const bool isKnown =
+        !IsPlanted(TunnelNames::kInformationFile) &&
+        ALIBCFileGetKeyValue(TunnelNames::kInformationFile, "peer_ip", address.data(), address.size(), 0) > 0;
     return isKnown ? address.data() : "";
 }
 
 void Tunnel::InsertKernelModule() {
     RELAY_LOG(LOG_DEBUG, "[iptablestool] insert kernel module");
-    isPrepared_ = ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) != -1;
+    isPrepared_ = ALIBCExecl(TunnelNames::kControlScript, ARDV_EXEC_HELPER, "load", kModule, nullptr) != -1;
     if (!isPrepared_) {
         RELAY_LOG(LOG_DEBUG, "[iptablestool] insert the kernel module failed");
     }
@@ -171,7 +171,7 @@ void Tunnel::InsertKernelModule() {
 
 void Tunnel::RemoveKernelModule() {
     RELAY_LOG(LOG_DEBUG, "[iptablestool] remove kernel module");
-    if (ALIBCExecl(kModuleScript, ARDV_EXEC_HELPER, "unload", kModule, nullptr) == -1) {
+    if (ALIBCExecl(TunnelNames::kControlScript, ARDV_EXEC_HELPER, "unload", kModule, nullptr) == -1) {
         RELAY_LOG(LOG_DEBUG, "[iptablestool] remove the kernel module failed");
     }
 }

@@ -32,8 +32,8 @@ enum TUNNEL_STATUS : std::int32_t {
  * The owner's part:
  *
  * 1. `Overwrite` with what the control server assigned, `IsValid`, `Create` with the list of candidates.
- * 2. The up script signals this process once the tunnel is up: `UpdateTunnelStatus` (READY), then
- *    `InsertIptableAcceptRule` for each port.
+ * 2. The up script sends this process SIGUSR2 once the tunnel is up: `UpdateTunnelStatus` (READY), then
+ *    `InsertIptableAcceptRule` for each port. Who has no handler for it is ended by it.
  * 3. SIGCHLD: reap the child with waitpid(2) by its own process id (`GetPid`), never all children. CREATING:
  *    `UpdateTunnelStatus` (FAILED), then `Create` for the next candidate. READY: `CheckStatusChanged` (CLOSE),
  *    `Destroy`.
@@ -52,7 +52,7 @@ enum TUNNEL_STATUS : std::int32_t {
  *
  * The child ends, by SIGKILL, with the thread that started it, so that no door stays open when a daemon is killed: a
  * thread that starts a tunnel must live as long as the tunnel is to. Signals have their default effect in the child,
- * none is blocked, and of this process's descriptors it has 0 to 2.
+ * none is blocked, and of this process's descriptors it has 0 to 2, or "/dev/null" in the place of one that is closed.
  *
  * All of it belongs to one thread. Nothing throws for what a server or a file says. Messages come from the source
  * "tunnel.cpp". Programs are run by `ALIBCExecl` (<ardv/program.h>) and waited for.
@@ -126,8 +126,8 @@ public:
      * @param allowIpv6 false: skip "udp6" and "tcp6"
      * @return true if OpenVPN was started: the status is CREATING. False, with nothing started, if a candidate is of
      *         use while the status is READY. False at the end of the list: the status is FAILED, there is no
-     *         process id, and `RemoveKernelModule` was called; the child of an earlier tunnel is then lost
-     *         from sight, so end it before.
+     *         process id and no password file, and `RemoveKernelModule` was called; the child of an earlier tunnel is
+     *         then lost from sight, so end it before.
      */
     bool Create(const Json::Value& candidates, bool allowUdp, bool allowIpv6);
 
@@ -202,7 +202,8 @@ public:
 
     /**
      * Has the VPN client's control script, "/usr/ardv/etc.defaults/ardvvpnclient/scripts/ovpnc.sh", load what
-     * "tethraa-tunnel" needs, or unload it. Messages of level 7 before, and after a failure.
+     * "tethraa-tunnel" needs, or unload it. Messages of level 7 before, and after a failure, which stops nothing:
+     * `Create` goes on, and what the script could not guard is open to the relay.
      */
     void InsertKernelModule();
     void RemoveKernelModule();

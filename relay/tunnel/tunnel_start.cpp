@@ -13,6 +13,7 @@
 #include <relay/tunnel/openvpn_command.h>
 #include <relay/tunnel/tunnel.h>
 #include <relay/tunnel/tunnel_candidate.h>
+#include <relay/tunnel/tunnel_names.h>
 #include <relay/tunnel/tunnel_process.h>
 
 RELAY_LOG_SOURCE("tunnel.cpp");
@@ -26,7 +27,7 @@ constexpr mode_t kPassFileMode = 0600;
 constexpr unsigned kSetUpSeconds = 30;
 
 std::string PassFileOf(const std::string& user) {
-    return ("/tmp/.tunnel." + user).substr(0, kMaxPathBytes);
+    return (TunnelNames::kPassFilePrefix + user).substr(0, kMaxPathBytes);
 }
 
 /** Whether a user's name is a part of a file's name, and one line of a file. */
@@ -136,7 +137,7 @@ bool Tunnel::RunVPNTunnel(const Json::Value& candidate) {
     }
     writtenPassFile_ = path;
     status_ = TUNNEL_STATUS_CREATING;
-    const ChildStart start = StartChild(kOpenVpnProgram, CommandOf(chosen, path, getpid()));
+    const ChildStart start = StartChild(TunnelNames::kProgram, CommandOf(chosen, path, getpid()));
     pid_ = start.pid;
     if (pid_ < 0) {
         RELAY_LOG(LOG_ERR, "fork failed %s", std::strerror(start.forkError));
@@ -158,7 +159,7 @@ void Tunnel::TunnelExec(const char* passFile, const Json::Value& candidate) cons
         return;
     }
     LogAttempt(chosen);
-    Execute(kOpenVpnProgram, CommandOf(chosen, passFile ? passFile : "", getppid()));
+    Execute(TunnelNames::kProgram, CommandOf(chosen, passFile ? passFile : "", getppid()));
     LogExecFailure(errno);
 }
 

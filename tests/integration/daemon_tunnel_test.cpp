@@ -330,6 +330,22 @@ TEST_F(DaemonTunnel, EndsWhenTheOwnerSwitchesTheServiceOff) {
     EXPECT_EQ(AwaitStatus("logout success"), "logout success");
 }
 
+TEST_F(DaemonTunnel, EndsWhenTheDeviceBecomesAnother) {
+    BringUp();
+    const auto child = TunnelChild();
+    ASSERT_TRUE(daemon->Reload());
+    EXPECT_EQ(AwaitStatus(kUp), kUp) << "nothing is other yet";
+    EXPECT_FALSE(IsGone(child));
+    server.Ask("DELETE", "/sandbox/commands");
+    auto identity = ReadText("/etc/ardv/identity.conf");
+    const auto at = identity.find("AV0000000001");
+    ASSERT_NE(at, std::string::npos);
+    WriteText("/etc/ardv/identity.conf", identity.replace(at, 12, "AV0000000002"));
+    std::filesystem::permissions("/etc/ardv/identity.conf", std::filesystem::perms(0600));
+    ASSERT_TRUE(daemon->Reload());
+    EXPECT_TRUE(Await([&] { return IsGone(child) && Tunnel().isNull(); }));
+}
+
 TEST_F(DaemonTunnel, FollowsThePermissionsAtAReload) {
     BringUp();
     TunnelCalls();

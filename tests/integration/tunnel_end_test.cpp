@@ -150,7 +150,11 @@ INSTANTIATE_TEST_SUITE_P(When, TunnelEndByForce, testing::ValuesIn(kMoments),
                          [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(TunnelEnd, ByForceAtAnyMomentLeavesNothingOpenAndNothingInTheWay) {
+#ifdef __SANITIZE_ADDRESS__
+    constexpr int kRounds = 8;
+#else
     constexpr int kRounds = 30;
+#endif
     constexpr int kLongest = 150;  // milliseconds; by then the tunnel is up
     std::srand(20261120);
     PortWatch watch(kUdp.Route(), TellingPorts());

@@ -5,8 +5,6 @@
 namespace ardv::test {
 namespace {
 
-constexpr std::size_t kPorts = 65'535;
-
 class TunnelProber : public LibraryTunnelTest {
 protected:
     /** Lets whatever comes by the tunnel in, as on a device without a packet filter. */
@@ -30,18 +28,14 @@ TEST_F(TunnelProber, SeesEachPortOfAnOpenDevice) {
     BringUp(Candidates({kUdp}));
     OpenTheDevice();
     const auto answers = TryEveryPort(kUdp);
+    const auto count = EveryPort().size();
     for (const char* family : {"4", "6"}) {
         EXPECT_EQ(Count(answers, std::string("tcp") + family, " open"), 2U);
-        EXPECT_EQ(Count(answers, std::string("tcp") + family, " refused"), kPorts - 2);
+        EXPECT_EQ(Count(answers, std::string("tcp") + family, " refused"), count - 2);
         EXPECT_EQ(Count(answers, std::string("udp") + family, " answers"), 1U);
         // OpenVPN's own socket takes what comes without a word.
-        EXPECT_GE(Count(answers, std::string("udp") + family, " unreachable"), kPorts - 2);
+        EXPECT_GE(Count(answers, std::string("udp") + family, " unreachable"), count - 2);
     }
-}
-
-TEST_F(TunnelProber, SeesNothingButThePermittedPortOfAGuardedDevice) {
-    BringUp(Candidates({kUdp}));
-    EXPECT_EQ(TryEveryPort(kUdp), OnlyOpen({kPage}));
 }
 
 TEST_F(TunnelProber, SeesAPortThatIsOpenForAMoment) {
@@ -55,6 +49,8 @@ TEST_F(TunnelProber, SeesAPortThatIsOpenForAMoment) {
     insert.insert(insert.begin(), {"/sbin/iptables", "-I"});
     remove.insert(remove.begin(), {"/sbin/iptables", "-D"});
     RunIn("device", insert);
+    const auto rounds = watch.Rounds();
+    EXPECT_TRUE(Await([&] { return watch.Rounds() >= rounds + 3; }));
     RunIn("device", remove);
     auto expected = OnlyOpen({kPage});
     expected.insert("tcp4 5009 open");

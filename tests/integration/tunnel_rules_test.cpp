@@ -110,18 +110,12 @@ TEST_F(TunnelRulesOfDaemon, LetThroughNothingElseAtAnyMoment) {
 }
 
 /** A relay that is not content with the device's address in the tunnel, and a device that forwards to a host of its network. */
-class TunnelToAGreedyRelay : public TunnelRulesOfDaemon {
+class TunnelToAnOddRelay : public TunnelRulesOfDaemon {
 protected:
-    void SetUp() override {
-        TunnelRulesOfDaemon::SetUp();
-        if (IsSkipped()) {
-            return;
-        }
-        MakeHostBehindTheDevice();
+    /** Has the relay serve the device with further options of its own, by udp. */
+    void ServeWith(const std::string& options) {
         relay->Stop();
-        WriteText("/run/relay/state/clients/box",
-                  "iroute 10.99.0.0 255.255.255.0\niroute 10.0.0.0 255.255.255.0\niroute-ipv6 fd99::/64\n"
-                  "iroute-ipv6 fd00:d::/64\n");
+        WriteText("/run/relay/state/clients/box", options);
         const InNamespace there("relay");
         server_ = Spawn({"/usr/sbin/openvpn", "--cd", "/run/relay/state", "--config", "udp.conf", "--client-config-dir",
                          "/run/relay/state/clients"},
@@ -137,6 +131,53 @@ protected:
             Reap(server_);
         }
         TunnelRulesOfDaemon::TearDown();
+    }
+
+private:
+    pid_t server_ = -1;
+};
+
+/** Where the device's packets go but for those of the tunnel's own network. */
+std::string RoutesOfDevice() {
+    return RunIn("device", {"ip", "-4", "route"}) + RunIn("device", {"ip", "-6", "route", "show", "default"});
+}
+
+TEST_F(TunnelToAnOddRelay, LeadsNothingElseIntoTheTunnel) {
+    ServeWith(
+        "push \"route 192.0.2.0 255.255.255.0\"\npush \"redirect-gateway def1 ipv6\"\n"
+        "push \"route-ipv6 2001:db8:a::/64\"\n");
+    const auto before = RoutesOfDevice();
+    BringUp();
+    EXPECT_EQ(RunIn("device", {"ip", "-4", "route", "show", "dev", "tun1000"}),
+              "10.8.0.0/24 proto kernel scope link src 10.8.0.2 \n");
+    EXPECT_THAT(RunIn("device", {"ip", "-6", "route", "show", "dev", "tun1000"}),
+                testing::Not(testing::HasSubstr("2001:db8")));
+    EXPECT_THAT(RunIn("device", {"ip", "route", "get", "192.0.2.10"}), testing::HasSubstr("dev eth0"));
+    EXPECT_EQ(AwaitResult(Close()), kSuccess);
+    EXPECT_EQ(RoutesOfDevice(), before);
+}
+
+TEST_F(TunnelToAnOddRelay, ThatTakesTheDefaultRouteIsGivenUp) {
+    ServeWith("push \"redirect-gateway\"\n");
+    const auto before = RoutesOfDevice();
+    StartAndLogIn();
+    EXPECT_EQ(AwaitResult(Order({Candidate(kUdp)})), kNetworkError) << daemon->Log();
+    EXPECT_TRUE(Await([] { return OpenVpnClients().empty(); }));
+    EXPECT_EQ(RoutesOfDevice(), before);
+    EXPECT_EQ(DaemonStatus(), "login success");
+}
+
+class TunnelToAGreedyRelay : public TunnelToAnOddRelay {
+protected:
+    void SetUp() override {
+        TunnelToAnOddRelay::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        MakeHostBehindTheDevice();
+        ServeWith(
+            "iroute 10.99.0.0 255.255.255.0\niroute 10.0.0.0 255.255.255.0\niroute-ipv6 fd99::/64\n"
+            "iroute-ipv6 fd00:d::/64\n");
     }
 
     static void MakeHostBehindTheDevice() {
@@ -159,8 +200,6 @@ protected:
                           {kPage, kPhotos, kClosed})
             .answers;
     }
-
-    pid_t server_ = -1;
 };
 
 TEST_F(TunnelToAGreedyRelay, LeadsToNoHostBehindTheDevice) {

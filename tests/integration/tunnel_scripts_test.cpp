@@ -263,6 +263,26 @@ TEST_F(TunnelScripts, MoveAFolderInTheirPlaceAside) {
     EXPECT_EQ(ReadText("/tmp/" + names[1] + "/kept"), "mine");
 }
 
+TEST_F(TunnelScripts, AreStoppedNeitherByAnotherFolderNorByOneThatIsGone) {
+    const std::string mischief[] = {"\"$@\"; code=$?; mkdir $3; exit $code", "rmdir $3; \"$@\""};
+    fs::copy_file("/usr/bin/mv", "/run/mv");
+    for (const auto& words : mischief) {
+        fs::remove("/run/once");
+        WriteText("/usr/bin/mv", std::string("#!/bin/sh\nset -- /run/mv \"$@\"\n[ $3 = ") + kInfo +
+                                     " ] && [ ! -e /run/once ] || exec \"$@\"\n>/run/once\n" + words + "\n");
+        fs::permissions("/usr/bin/mv", fs::perms(0755));
+        fs::create_directory(kInfo);
+        const auto result = Up(kUsual);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(fs::symlink_status(kInfo).type(), fs::file_type::regular) << words;
+        EXPECT_TRUE(fs::exists("/run/once"));
+        EXPECT_TRUE(IsTold());
+        fs::remove(kInfo);
+    }
+    fs::copy_file("/run/mv", "/usr/bin/mv", fs::copy_options::overwrite_existing);
+    EXPECT_EQ(Names().size(), 2U) << "the folders that were moved aside, and none for the one that was gone";
+}
+
 TEST_F(TunnelScripts, TellNobodyOfAFileThatCouldNotBeWritten) {
     ASSERT_EQ(mount("none", "/tmp", "tmpfs", MS_RDONLY, nullptr), 0);
     const auto result = Up(kUsual);

@@ -17,6 +17,7 @@ ardv_add_test(ardv_daemon_upper_tests
   unit/ardvrelayd/report_test.cpp
   unit/ardvrelayd/status_file_test.cpp
   unit/ardvrelayd/tunnel_keeper_test.cpp
+  unit/ardvrelayd/tunnel_leftovers_test.cpp
   unit/ardvrelayd/tunnel_order_test.cpp
   support/control_script.cpp
   support/http_server.cpp

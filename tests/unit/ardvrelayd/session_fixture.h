@@ -79,8 +79,9 @@ protected:
 
     /** The same, until the session stands and waits for commands. */
     void Stand(const daemon::RetryPlans& plans) {
+        const auto waits = server_.Count("wait");
         Begin(plans);
-        ASSERT_TRUE(RunUntilCount("wait", 1));
+        ASSERT_TRUE(RunUntilCount("wait", waits + 1));
     }
 
     bool RunUntil(const std::function<bool()>& isDone) { return RunLoopUntil(loop_, isDone); }

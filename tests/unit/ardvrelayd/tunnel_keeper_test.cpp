@@ -10,12 +10,12 @@
 #include <memory>
 
 #include <relay/daemon/daemon.h>
+#include <relay/tunnel/tunnel_names.h>
 
 #include "session_fixture.h"
 #include "signals.h"
 #include "support/service_device.h"
 #include "support/stand_in_tunnel.h"
-#include "tunnel_leftovers.h"
 
 using namespace ardv::test;
 using namespace ardv::daemon;
@@ -238,7 +238,7 @@ TEST_F(TunnelKeeperTest, EndsOpenVpnBeforeTheRulesGo) {
     EXPECT_THAT(TunnelCalls(), ElementsAre("ip6tables -F TETHRA_RELAY", "ovpnc.sh unload tethraa-tunnel"));
     EXPECT_TRUE(keeper_->Published().isNull());
     EXPECT_TRUE(keeper_->ToldToServer().isNull());
-    EXPECT_FALSE(fs::exists(kTunnelInfoFile));
+    EXPECT_FALSE(fs::exists(TunnelNames::kInformationFile));
 }
 
 TEST_F(TunnelKeeperTest, HasNothingToCloseAtFirst) {
@@ -285,7 +285,7 @@ TEST_F(TunnelKeeperTest, EndsAtOnceWithTheDaemon) {
         EXPECT_EQ(kill(child, 0), -1);
         EXPECT_THAT(TunnelCalls(), testing::Contains("ip6tables -F TETHRA_RELAY"));
         EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-1"));
-        EXPECT_FALSE(fs::exists(kTunnelInfoFile));
+        EXPECT_FALSE(fs::exists(TunnelNames::kInformationFile));
         EXPECT_EQ(alarm(0), 0U);
         ForgetTunnelTries();
         Make(kShortPlans);
@@ -361,27 +361,27 @@ TEST_F(TunnelKeeperTest, BelievesNoSignalWithoutItsOpenVpnsWord) {
     const auto child = std::to_string(keeper_->Published()["pid"].asInt());
     keeper_->OnReady();
     EXPECT_FALSE(keeper_->IsUp()) << "no file";
-    WriteText(kTunnelInfoFile, "openvpn_pid=\"1\"\n");
+    WriteText(TunnelNames::kInformationFile, "openvpn_pid=\"1\"\n");
     keeper_->OnReady();
     EXPECT_FALSE(keeper_->IsUp()) << "another's";
     for (const auto& text : std::vector<std::string>{child + "x", "", "-1", "99999999999999999999"}) {
-        WriteText(kTunnelInfoFile, "openvpn_pid=\"" + text + "\"\n");
+        WriteText(TunnelNames::kInformationFile, "openvpn_pid=\"" + text + "\"\n");
         keeper_->OnReady();
         EXPECT_FALSE(keeper_->IsUp()) << text;
     }
     WriteText("/run/info", "openvpn_pid=\"" + child + "\"\n");
-    fs::remove(kTunnelInfoFile);
-    fs::create_symlink("/run/info", kTunnelInfoFile);
+    fs::remove(TunnelNames::kInformationFile);
+    fs::create_symlink("/run/info", TunnelNames::kInformationFile);
     keeper_->OnReady();
     EXPECT_FALSE(keeper_->IsUp()) << "a link";
-    fs::remove(kTunnelInfoFile);
-    fs::copy_file("/run/info", kTunnelInfoFile);
-    if (chown(kTunnelInfoFile, 12345, 12345) != 0) {
+    fs::remove(TunnelNames::kInformationFile);
+    fs::copy_file("/run/info", TunnelNames::kInformationFile);
+    if (chown(TunnelNames::kInformationFile, 12345, 12345) != 0) {
         GTEST_SKIP() << "needs the right to give files away";
     }
     keeper_->OnReady();
     EXPECT_FALSE(keeper_->IsUp()) << "a stranger's";
-    ASSERT_EQ(chown(kTunnelInfoFile, 0, 0), 0);
+    ASSERT_EQ(chown(TunnelNames::kInformationFile, 0, 0), 0);
     keeper_->OnReady();
     EXPECT_TRUE(keeper_->IsUp());
 }
@@ -492,40 +492,6 @@ TEST_F(TunnelKeeperTest, SaysWhenNothingLeadsOn) {
     LetPass(61s);
     EXPECT_FALSE(keeper_->IsHealthy(why));
     EXPECT_EQ(why, "the tunnel is trying and nothing leads on");
-}
-
-TEST_F(TunnelKeeperTest, LeavesNothingForTheNextDaemonToClear) {
-    ClearTunnelLeftovers();
-    EXPECT_THAT(TunnelCalls(), IsEmpty());
-}
-
-TEST_F(TunnelKeeperTest, HasLeftoversClearedAway) {
-    WriteText("/tmp/.tunnel.box-1", "box-1\nhush");
-    WriteText("/tmp/.tunnel.box-2", "");
-    WriteText(kTunnelInfoFile, "openvpn_pid=\"1\"\n");
-    fs::create_symlink("/etc/passwd", "/tmp/.tunnel.link");
-    ClearTunnelLeftovers();
-    EXPECT_THAT(TunnelCalls(),
-                ElementsAre("iptables -F TETHRA_RELAY", "ip6tables -F TETHRA_RELAY", "ovpnc.sh unload tethraa-tunnel"));
-    EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-1"));
-    EXPECT_FALSE(fs::exists("/tmp/.tunnel.box-2"));
-    EXPECT_FALSE(fs::exists(kTunnelInfoFile));
-    EXPECT_TRUE(fs::is_symlink("/tmp/.tunnel.link"));
-    fs::remove("/tmp/.tunnel.link");
-}
-
-TEST_F(TunnelKeeperTest, HasTheTunnelOfAKilledDaemonClearedAway) {
-    for (const char* status : {R"({"pid":1,"tunnel":{"status":"NONE"}})", R"({"pid":99999999,"tunnel":{"pid":"x"}})"}) {
-        WriteText(Daemon::kStatusFile, status);
-        ClearTunnelLeftovers();
-        EXPECT_THAT(TunnelCalls(), testing::SizeIs(3)) << status;
-    }
-    for (const char* status : {R"({"pid":1})", R"({"pid":1,"tunnel":7})", "[]", "no JSON"}) {
-        WriteText(Daemon::kStatusFile, status);
-        ClearTunnelLeftovers();
-        EXPECT_THAT(TunnelCalls(), IsEmpty()) << status;
-    }
-    fs::remove(Daemon::kStatusFile);
 }
 
 }  // namespace

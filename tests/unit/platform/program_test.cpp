@@ -98,6 +98,19 @@ TEST(Program, GetsNothingOfItsCaller) {
         << "3 is the folder that is listed, 9 the notes";
 }
 
+TEST(Program, HasItsStreamsThoughItsCallerHasNone) {
+    const Script script(
+        R"([ -p /dev/stdout ] && [ -p /dev/stderr ] && echo out && echo err >&2 && readlink /proc/$$/fd/0 >"$1")");
+    EXPECT_EQ(ChildProcess([&script] {
+                  for (const int stream : {0, 1, 2}) {
+                      close(stream);
+                  }
+                  return script.Run();
+              }).Wait(),
+              0);
+    EXPECT_EQ(script.Notes(), "/dev/null\n");
+}
+
 TEST(Program, MayPrintAsMuchAsItLikes) {
     EXPECT_EQ(Script("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2").Run(), 0);
 }
