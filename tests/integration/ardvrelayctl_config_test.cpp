@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "ardvrelayctl_device.h"
+#include "support/scratch_folder.h"
 
 namespace ardv::test {
 namespace {
@@ -388,7 +389,9 @@ TEST_F(ArdvrelayctlConfig, IgnoresSettingsOfTheWrongType) {
 
 TEST_F(ArdvrelayctlConfig, TakesOnlyARegularFile) {
     ASSERT_EQ(mkfifo("/run/pipe", 0600), 0);
-    for (const char* path : {"/run/pipe", "/etc", "/dev/zero"}) {
+    WriteText("/run/zero", "");
+    const MountedFile device("/dev/zero", "/run/zero");  // not all users may write where devices are
+    for (const char* path : {"/run/pipe", "/etc", "/run/zero"}) {
         for (const auto& arguments :
              std::vector<std::vector<std::string>>{{"show"}, {"set", "log_level", "5"}, {"check", path}}) {
             std::vector<std::string> command = {"--config", path, "config"};

@@ -268,9 +268,8 @@ TEST_F(TunnelScripts, AreStoppedNeitherByAnotherFolderNorByOneThatIsGone) {
     fs::copy_file("/usr/bin/mv", "/run/mv");
     for (const auto& words : mischief) {
         fs::remove("/run/once");
-        WriteText("/usr/bin/mv", std::string("#!/bin/sh\nset -- /run/mv \"$@\"\n[ $3 = ") + kInfo +
-                                     " ] && [ ! -e /run/once ] || exec \"$@\"\n>/run/once\n" + words + "\n");
-        fs::permissions("/usr/bin/mv", fs::perms(0755));
+        InstallScript("/usr/bin/mv", std::string("#!/bin/sh\nset -- /run/mv \"$@\"\n[ $3 = ") + kInfo +
+                                         " ] && [ ! -e /run/once ] || exec \"$@\"\n>/run/once\n" + words + "\n");
         fs::create_directory(kInfo);
         const auto result = Up(kUsual);
         EXPECT_EQ(result.exitCode, 0) << result.err;

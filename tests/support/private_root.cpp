@@ -75,8 +75,9 @@ void OverlayWholeRoot() {
 }
 
 // In a user namespace the folders of the real root belong to nobody, so that nothing in them can be replaced or removed. A folder that the upper
-// layer has too belongs to its maker: these are the folders in which tests put other programs, and what the daemon is installed with.
-constexpr std::array<const char*, 4> kReplaceable = {"usr/sbin", "usr/lib/modules", "usr/local/lib", "usr/local/sbin"};
+// layer has too belongs to its maker: these are the folders in which tests put other programs, and what the daemon is installed with or writes.
+constexpr std::array<const char*, 6> kReplaceable = {"usr/bin",        "usr/lib/modules", "usr/local/lib",
+                                                     "usr/local/sbin", "usr/sbin",        "var/log"};
 
 // In a user namespace "/" cannot be a lower layer, because what is mounted below it is locked; its folders can.
 void OverlayFolder(const fs::path& folder) {
