@@ -68,7 +68,7 @@ public:
     /** The answer to `Events::refresh`: the order as it is now, or nothing where that can't be learnt. */
     void Renew(const std::optional<TunnelOrder>& order);
 
-    /** Closes the tunnel and returns when all of it is gone, after four seconds at most. No event is told any more. */
+    /** Closes the tunnel and returns when all of it is gone: within two seconds, and what the filter's programs take, even where OpenVPN has to be killed. No event is told any more. */
     void Stop();
 
     void OnChildEnded();  ///< SIGCHLD: any child

@@ -63,7 +63,7 @@ struct Way {
 
 struct Figures {
     Way bare;
-    Way library;
+    Way inLibrary;
     Way daemon;
 };
 
@@ -239,7 +239,7 @@ Figures Measure(const Protocol& protocol, DaemonSide& side) {
     RunBare(arguments, warm);
     for (int round = 0; round < kRounds; ++round) {
         RunBare(arguments, figures.bare);
-        RunLibrary(protocol, figures.library);
+        RunLibrary(protocol, figures.inLibrary);
         side.Run(protocol, figures.daemon);
     }
     return figures;
@@ -255,15 +255,15 @@ void PrintRow(const char* name, const std::vector<double>& values) {
 void Print(const Protocol& protocol, const Figures& figures) {
     std::printf("\n%s, medians of %d, ms %37s %8s   least..most\n", protocol.name, kRounds, "", "median");
     PrintRow("OpenVPN alone, from fork to the up script's signal", figures.bare.up);
-    PrintRow("library, from Create to the signal", figures.library.up);
-    PrintRow("library, from Create to an open port", figures.library.ready);
+    PrintRow("library, from Create to the signal", figures.inLibrary.up);
+    PrintRow("library, from Create to an open port", figures.inLibrary.ready);
     PrintRow("daemon, from the service's order to READY", figures.daemon.ready);
     PrintRow("OpenVPN alone, from SIGTERM to its end", figures.bare.end);
-    PrintRow("library, from SIGTERM to no trace", figures.library.end);
+    PrintRow("library, from SIGTERM to no trace", figures.inLibrary.end);
     PrintRow("daemon, from the service's order to no trace", figures.daemon.end);
     std::printf("  the library adds %.1f ms before the signal and %.1f ms after it\n",
-                Median(figures.library.up) - Median(figures.bare.up),
-                Median(figures.library.ready) - Median(figures.library.up));
+                Median(figures.inLibrary.up) - Median(figures.bare.up),
+                Median(figures.inLibrary.ready) - Median(figures.inLibrary.up));
 }
 
 void MeasureAll() {

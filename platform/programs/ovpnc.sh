@@ -15,6 +15,7 @@
 set -u
 PATH=/usr/sbin:/usr/bin:/sbin:/bin
 export PATH
+
 # Reads a listing of the filter, prints the commands that make it as ACTION leaves it; nothing if it's so. load, too, removes our rules wherever they
 # are and inserts them anew, in one step.
 plan() { # ACTION
